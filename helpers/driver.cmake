@@ -1,0 +1,1 @@
+# driver: overwrites or reads a whole device.

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+// How the helper programs fail: anything that ends a run is thrown as a Failure and
+// becomes one message line and an exit code in main().
+
+/// Exit codes of the helper programs.
+enum class ExitCode {
+    Success = 0,
+    Failure = 1, ///< The work was not done, or not all of it.
+    Usage = 2,   ///< The arguments are wrong; nothing was touched.
+};
+
+/// A message for the user and the exit code that goes with it.
+class Failure : public std::runtime_error {
+public:
+    explicit Failure(const std::string& message, ExitCode exitCode = ExitCode::Failure)
+        : std::runtime_error(message), exitCode_(exitCode)
+    {
+    }
+
+    [[nodiscard]] ExitCode exitCode() const { return exitCode_; }
+
+private:
+    ExitCode exitCode_;
+};
+
+/// "device: action: reason", the reason being the system's text for an errno value.
+inline Failure system_failure(const std::string& device, const std::string& action, int error)
+{
+    return Failure(device + ": " + action + ": " + std::strerror(error));
+}
