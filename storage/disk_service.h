@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QDBusError>
+#include <QDBusObjectPath>
+#include <QDBusReply>
+#include <QList>
+#include <QString>
+#include <QVariantMap>
+
+/// The disk service on the system bus: UDisks, version 1 interface. Every call blocks for
+/// at most the bus's default reply time-out.
+namespace disk_service {
+
+/// All devices that the service knows, in its order, or the bus's error.
+[[nodiscard]] QDBusReply<QList<QDBusObjectPath>> enumerate_devices();
+
+/// The properties of one device by name. A reply that is not a map of properties counts
+/// as an empty map.
+struct DeviceProperties {
+    QDBusError error; ///< Valid when the call failed.
+    QVariantMap values;
+};
+[[nodiscard]] DeviceProperties device_properties(const QString& devicePath);
+
+} // namespace disk_service
