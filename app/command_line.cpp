@@ -1,0 +1,34 @@
+#include "app/command_line.h"
+
+#include "app/debug_log.h"
+#include "app/program_config.h"
+
+#include <string_view>
+
+namespace {
+
+constexpr std::string_view kLib = "lib=";
+constexpr std::string_view kDbg = "dbg=";
+constexpr std::string_view kDesktop = "desktop";
+
+// Six characters are skipped, two more than "lib=" has. It is intended:
+// "lib=xx/opt/wipe" sets "/opt/wipe".
+constexpr std::size_t kLibSkip = 6;
+
+} // namespace
+
+StartupOptions read_command_line(int argc, const char* const* argv)
+{
+    StartupOptions options{DBG_TYPE_STRING, false};
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (argument.starts_with(kLib))
+            theProgramConfig().setLib(
+                std::string(argument.substr(std::min(kLibSkip, argument.size()))));
+        else if (argument.starts_with(kDbg))
+            options.debugType = argument.substr(kDbg.size());
+        else if (argument == kDesktop)
+            options.desktop = true;
+    }
+    return options;
+}

@@ -1,0 +1,14 @@
+#include "app/monospace_font.h"
+
+#include <QFontDatabase>
+#include <QStringList>
+
+QFont ui_get_monospace_font()
+{
+    const QStringList families = QFontDatabase::families();
+    for (const QString& family : families) {
+        if (family.contains(QLatin1String("mono"), Qt::CaseInsensitive))
+            return QFont(family);
+    }
+    return QFont(QStringLiteral("monospace"));
+}
