@@ -1,0 +1,32 @@
+#include "erase/formatter.h"
+
+#include "app/debug_log.h"
+#include "erase/helper_program.h"
+
+namespace {
+
+const char* const DBG_MODULE = "Formatter";
+
+} // namespace
+
+Formatter::Formatter(int id, const Drive& drive) : Process(id), drive_(drive)
+{
+    dbg_ostream(DBG_MODULE, __LINE__)
+        << ": id: " << id << ": " << drive.model() << " / " << drive.serial() << Qt::endl;
+}
+
+const Drive& Formatter::drive() const
+{
+    return drive_;
+}
+
+void Formatter::start(bool emulate, const QString& imagePath)
+{
+    dbg_ostream(DBG_MODULE, __LINE__)
+        << ": id: " << id() << ": start: emulate: " << emulate << Qt::endl;
+    QString device = QString::fromLatin1(drive_.device());
+    // Joined to the path without a separator: the helper expects it so, on purpose.
+    if (emulate)
+        device += QLatin1String("-emulate");
+    Process::start(helper_program("format"), {device, imagePath});
+}
