@@ -1,0 +1,322 @@
+#include "work/work_widget.h"
+
+#include "app/debug_log.h"
+#include "app/display_helpers.h"
+#include "app/main_window.h"
+#include "app/message_box.h"
+#include "app/program_config.h"
+#include "storage/drives.h"
+#include "ui_work_widget.h"
+#include "work/worker_disabled.h"
+#include "work/worker_wipe_and_format.h"
+
+#include <QHeaderView>
+#include <QProgressBar>
+
+#include <algorithm>
+
+namespace {
+
+const char* const DBG_MODULE = "WorkWidget";
+
+constexpr int kTickMs = 1000;
+
+// The discovery waits until this tick at first, and after a change of the number of drives
+// for this many ticks more; but it never goes on beyond the last tick.
+constexpr int kFirstWaitTicks = 30;
+constexpr int kMoreDrivesWaitTicks = 10;
+constexpr int kLastTick = 30;
+
+constexpr int kCountdownSeconds = 10;
+
+constexpr int kTextColumn = 0;
+constexpr int kBarColumn = 1;
+
+// The paths of all drives and their partitions: when it changes, the rows are rebuilt.
+QString drives_signature(const std::vector<Drive>& drives)
+{
+    QStringList paths;
+    for (const Drive& drive : drives) {
+        paths << QString::fromLatin1(drive.device());
+        for (const Drive::Partition& partition : drive.partitions())
+            paths << QString::fromLatin1(partition.device());
+    }
+    return paths.join(QLatin1String(", "));
+}
+
+QString partition_text(const Drive::Partition& partition)
+{
+    return short_size_string(partition.size()) + QLatin1String(" / ") +
+           QString::fromLatin1(partition.comment());
+}
+
+QString seconds_text(int seconds)
+{
+    return seconds == 1 ? QObject::tr("1 second") : QObject::tr("%1 seconds").arg(seconds);
+}
+
+} // namespace
+
+WorkWidget::WorkWidget(MainWindow* mainWindow)
+    : QWidget(mainWindow), ui(std::make_unique<Ui_WorkWidget>()), mainWindow_(mainWindow)
+{
+    ui->setupUi(this);
+    ui->drivesTreeWidget->setFocusPolicy(Qt::NoFocus);
+    ui->drivesTreeWidget->setSelectionMode(QAbstractItemView::NoSelection);
+    ui->drivesTreeWidget->header()->swapSections(kTextColumn, kBarColumn);
+    timer_.setInterval(kTickMs);
+}
+
+WorkWidget::~WorkWidget() = default;
+
+QWidget* WorkWidget::window()
+{
+    return mainWindow_;
+}
+
+QString WorkWidget::windowTitle()
+{
+    return mainWindow_ != nullptr ? mainWindow_->windowTitle() : QString();
+}
+
+void WorkWidget::initStart()
+{
+    dbg_ostream(DBG_MODULE, __LINE__) << ": initStart()" << Qt::endl;
+    state_ = Initializing;
+    showStopButton();
+    clearDrives();
+    drivesString_ = QString();
+    initCounter_ = 0;
+    initFindMoreDrivesTimeout_ = kFirstWaitTicks;
+    startTimer(&WorkWidget::initTimeout);
+    ui->informationLabel->setStyleSheet(QStringLiteral("QLabel { color : green; }"));
+    initTimeout();
+}
+
+void WorkWidget::initTimeout()
+{
+    dbg_ostream(DBG_MODULE, __LINE__) << ": initTimeout()" << Qt::endl;
+    const std::size_t rowsBefore = workers_.size();
+    initDrivesUpdate();
+    // Only the number of drives counts; this may also lower the limit below its first value.
+    if (workers_.size() != rowsBefore) {
+        initFindMoreDrivesTimeout_ = initCounter_ + kMoreDrivesWaitTicks;
+        dbg_ostream(DBG_MODULE, __LINE__)
+            << ": initFindMoreDrivesTimeout_: " << initFindMoreDrivesTimeout_ << Qt::endl;
+    }
+    if (initCounter_ <= kLastTick && initCounter_ <= initFindMoreDrivesTimeout_) {
+        const QString dots(initCounter_ % 4, QLatin1Char('.'));
+        ui->informationLabel->setText(tr("Initializing") + dots);
+        ++initCounter_;
+    } else {
+        initStop();
+    }
+}
+
+void WorkWidget::initDrivesUpdate()
+{
+    dbg_ostream(DBG_MODULE, __LINE__) << ": initDrivesUpdate()" << Qt::endl;
+    const std::vector<Drive> drives = get_drives();
+    const QString signature = drives_signature(drives);
+    if (signature == drivesString_) {
+        dbg_ostream(DBG_MODULE, __LINE__) << ": no update: " << signature << Qt::endl;
+        return;
+    }
+    drivesString_ = signature;
+    clearDrives();
+    for (const Drive& drive : drives) {
+        QProgressBar* bar = addRow(drive);
+        dbg_ostream(DBG_MODULE, __LINE__)
+            << ": create DISABLED worker for drive " << workers_.size() << " (" << drive.model()
+            << ")" << Qt::endl;
+        workers_.push_back(std::make_shared<WorkerDisabled>(drive, bar));
+    }
+}
+
+void WorkWidget::initStop()
+{
+    dbg_ostream(DBG_MODULE, __LINE__) << ": initStop()" << Qt::endl;
+    timer_.stop();
+    if (!workers_.empty()) {
+        countdownStart();
+        return;
+    }
+    state_ = Idle;
+    showRestartButton();
+    showInformation("red", tr("No drives found"));
+    dbg_ostream(DBG_MODULE, __LINE__) << ": message: " << ui->informationLabel->text() << Qt::endl;
+    message_box::show(this, QMessageBox::Critical, windowTitle(),
+                      tr("No drives found. Some slow drives may take longer to load. Click "
+                         "[Restart Initialization] to try again."));
+}
+
+void WorkWidget::countdownStart()
+{
+    dbg_ostream(DBG_MODULE, __LINE__) << ": countdownStart()" << Qt::endl;
+    dbg_ostream(DBG_MODULE, __LINE__) << ": " << workers_.size() << " workers" << Qt::endl;
+    createWipeWorkers();
+    state_ = CountingDown;
+    showStopButton();
+    countdownCounter_ = kCountdownSeconds;
+    startTimer(&WorkWidget::countdownTimeout);
+    ui->informationLabel->setStyleSheet(QStringLiteral("QLabel { color : red; }"));
+    countdownTimeout();
+}
+
+// The discovery leaves placeholders only: each one's drive and bar go to an erase worker.
+void WorkWidget::createWipeWorkers()
+{
+    std::vector<std::shared_ptr<Worker>> wipeWorkers;
+    for (const auto& worker : workers_) {
+        const auto& placeholder = dynamic_cast<const WorkerDisabled&>(*worker);
+        const int id = static_cast<int>(wipeWorkers.size());
+        dbg_ostream(DBG_MODULE, __LINE__) << ": create WIPE AND FORMAT worker for drive " << id
+                                          << " (" << placeholder.drive().model() << ")" << Qt::endl;
+        QProgressBar* bar = placeholder.progressBar();
+        wipeWorkers.push_back(
+            std::make_shared<WorkerWipeAndFormat>(id, placeholder.drive(), this, bar));
+        bar->setFormat(QStringLiteral("%p%"));
+        bar->setValue(0);
+    }
+    workers_ = std::move(wipeWorkers);
+}
+
+void WorkWidget::countdownTimeout()
+{
+    dbg_ostream(DBG_MODULE, __LINE__) << ": countdownTimeout()" << Qt::endl;
+    if (countdownCounter_ < 1) {
+        eraseStart();
+        return;
+    }
+    const QString message =
+        tr("%1 will begin erasing in %2...")
+            .arg(QString::fromLatin1(theProgramConfig().name()), seconds_text(countdownCounter_));
+    dbg_ostream(DBG_MODULE, __LINE__) << ": message: " << message << Qt::endl;
+    ui->informationLabel->setText(message);
+    --countdownCounter_;
+}
+
+void WorkWidget::countdownStop()
+{
+    dbg_ostream(DBG_MODULE, __LINE__) << ": countdownStop()" << Qt::endl;
+    timer_.stop();
+    state_ = Idle;
+    showRestartButton();
+    showInformation("blue", tr("Stopped."));
+}
+
+void WorkWidget::eraseStart()
+{
+    timer_.stop();
+    state_ = Erasing;
+    showStopButton();
+    showInformation("green", tr("Erasing drives..."));
+    const bool emulate = mainWindow_ != nullptr && mainWindow_->emulateErasing();
+    // A start that fails opens a message box, and the screen goes on below it.
+    const auto workers = workers_;
+    for (const auto& worker : workers)
+        worker->start(emulate);
+}
+
+void WorkWidget::eraseStop()
+{
+    const QString question = tr("If you stop erasing, not all of your data will be erased. Are "
+                                "you sure you want to stop?");
+    if (!message_box::ask(this, QMessageBox::Question, windowTitle(), question, QMessageBox::No))
+        return;
+    const auto workers = workers_;
+    for (const auto& worker : workers) {
+        if (worker->status() == Process::Running)
+            worker->stop();
+    }
+    state_ = Idle;
+    hideButtons();
+}
+
+void WorkWidget::checkWorkers()
+{
+    const bool isAnyRunning =
+        std::any_of(workers_.cbegin(), workers_.cend(),
+                    [](const auto& worker) { return worker->status() == Process::Running; });
+    if (isAnyRunning)
+        return;
+    state_ = Idle;
+    hideButtons();
+    showInformation("blue", tr("Complete."));
+}
+
+void WorkWidget::on_restartInitializationButton_clicked()
+{
+    initStart();
+}
+
+void WorkWidget::on_stopButton_clicked()
+{
+    switch (state_) {
+    case Initializing:
+        initStop();
+        break;
+    case CountingDown:
+        countdownStop();
+        break;
+    case Erasing:
+        eraseStop();
+        break;
+    case Idle:
+        break;
+    }
+}
+
+void WorkWidget::showStopButton()
+{
+    ui->stopButton->show();
+    ui->stopButton->setFocus(Qt::OtherFocusReason);
+    ui->restartInitializationButton->hide();
+}
+
+void WorkWidget::showRestartButton()
+{
+    ui->stopButton->hide();
+    ui->restartInitializationButton->show();
+    ui->restartInitializationButton->setFocus(Qt::OtherFocusReason);
+}
+
+void WorkWidget::hideButtons()
+{
+    ui->stopButton->hide();
+    ui->restartInitializationButton->hide();
+}
+
+void WorkWidget::showInformation(const char* color, const QString& text)
+{
+    ui->informationLabel->setStyleSheet(
+        QStringLiteral("QLabel { color : %1; }").arg(QLatin1String(color)));
+    ui->informationLabel->setText(text);
+}
+
+void WorkWidget::startTimer(void (WorkWidget::*slot)())
+{
+    timer_.disconnect();
+    connect(&timer_, &QTimer::timeout, this, slot);
+    timer_.start();
+}
+
+void WorkWidget::clearDrives()
+{
+    ui->drivesTreeWidget->clear();
+    workers_.clear();
+}
+
+QProgressBar* WorkWidget::addRow(const Drive& drive)
+{
+    auto* row = new QTreeWidgetItem({drive_string_short(drive)});
+    for (const Drive::Partition& partition : drive.partitions())
+        row->addChild(new QTreeWidgetItem({partition_text(partition)}));
+    ui->drivesTreeWidget->addTopLevelItem(row);
+    auto* bar = new QProgressBar;
+    ui->drivesTreeWidget->setItemWidget(row, kBarColumn, bar);
+    row->setExpanded(true);
+    bar->setFormat(QObject::tr("INIT"));
+    bar->setValue(100);
+    return bar;
+}

@@ -1,0 +1,190 @@
+#include "work/worker_wipe_and_format.h"
+
+#include "app/display_helpers.h"
+#include "app/message_box.h"
+#include "erase/postwipe_image.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QProgressBar>
+
+namespace {
+
+// The wipe pattern in its text form.
+const char* const kPattern = "VANTRELLE";
+
+QString status_word(const char* word)
+{
+    return QCoreApplication::translate("Process", word);
+}
+
+QString erasing_failed_text(const Drive& drive, const QString& message)
+{
+    return QCoreApplication::translate("Process", "%1\n\nErasing failed: %2")
+        .arg(drive_string_short(drive), message);
+}
+
+QString formatting_failed_text(const Drive& drive, const QString& message)
+{
+    return QCoreApplication::translate("Process", "%1\n\nFormatting failed: %2")
+        .arg(drive_string_short(drive), message);
+}
+
+} // namespace
+
+// The wipe job of a row. While a message box is open anything may happen, also the end of
+// this job: then nothing of it may be touched any more.
+class WorkWidget::WorkerWipeAndFormat::WiperUI : public Wiper {
+public:
+    WiperUI(int id, const Drive& drive, WorkerWipeAndFormat* worker)
+        : Wiper(id, drive, kPattern), worker_(worker)
+    {
+    }
+
+    void updateStatusRunning() override
+    {
+        worker_->progressBar_->setFormat(QStringLiteral("%p%"));
+        worker_->progressBar_->setValue(0);
+    }
+
+    void updateProgress(int percent) override { worker_->progressBar_->setValue(percent); }
+
+    void updateStatusStopped() override
+    {
+        worker_->progressBar_->setFormat(status_word("STOPPED"));
+        worker_->currentProcessFinished();
+    }
+
+    void updateStatusDone() override
+    {
+        worker_->progressBar_->setFormat(status_word("DONE"));
+        worker_->currentProcessFinished();
+    }
+
+    void updateStatusError(const QString& message) override
+    {
+        const QPointer<WiperUI> self(this);
+        worker_->progressBar_->setFormat(status_word("ERROR"));
+        worker_->showError(erasing_failed_text(drive(), message));
+        if (self)
+            worker_->currentProcessFinished();
+    }
+
+private:
+    WorkerWipeAndFormat* worker_;
+};
+
+// The format job of a row; the same holds for its message boxes.
+class WorkWidget::WorkerWipeAndFormat::FormatterUI : public Formatter {
+public:
+    FormatterUI(int id, const Drive& drive, WorkerWipeAndFormat* worker)
+        : Formatter(id, drive), worker_(worker)
+    {
+    }
+
+    void updateStatusRunning() override
+    {
+        worker_->progressBar_->setFormat(QStringLiteral("FORMAT"));
+        worker_->progressBar_->setValue(0);
+    }
+
+    void updateStatusStopped() override
+    {
+        worker_->progressBar_->setFormat(status_word("STOPPED"));
+        worker_->currentProcessFinished();
+    }
+
+    void updateStatusDone() override
+    {
+        worker_->progressBar_->setFormat(status_word("DONE"));
+        worker_->progressBar_->setValue(100);
+        worker_->currentProcessFinished();
+    }
+
+    void updateStatusError(const QString& message) override
+    {
+        const QPointer<FormatterUI> self(this);
+        worker_->progressBar_->setFormat(status_word("ERROR"));
+        worker_->showError(formatting_failed_text(drive(), message));
+        if (self)
+            worker_->currentProcessFinished();
+    }
+
+private:
+    WorkerWipeAndFormat* worker_;
+};
+
+WorkWidget::WorkerWipeAndFormat::WorkerWipeAndFormat(int id, const Drive& drive, WorkWidget* owner,
+                                                     QProgressBar* progressBar)
+    : drive_(drive), owner_(owner), progressBar_(progressBar),
+      wiper_(std::make_unique<WiperUI>(id, drive, this)),
+      formatter_(std::make_unique<FormatterUI>(id, drive, this)), current_(wiper_.get())
+{
+}
+
+WorkWidget::WorkerWipeAndFormat::~WorkerWipeAndFormat() = default;
+
+void WorkWidget::WorkerWipeAndFormat::start(bool emulate)
+{
+    emulate_ = emulate; // before the start, which may fail and end the job at once
+    wiper_->start(emulate);
+}
+
+void WorkWidget::WorkerWipeAndFormat::stop()
+{
+    current_->stop();
+}
+
+Process::Status WorkWidget::WorkerWipeAndFormat::status() const
+{
+    return current_->status();
+}
+
+void WorkWidget::WorkerWipeAndFormat::currentProcessFinished()
+{
+    if (current_ == wiper_.get())
+        wipeFinished();
+    else
+        owner_->checkWorkers();
+}
+
+void WorkWidget::WorkerWipeAndFormat::wipeFinished()
+{
+    switch (wiper_->status()) {
+    case Process::Done:
+        startFormatter(false);
+        break;
+    case Process::Stopped:
+        // Formatted as well, on purpose: the picture says that it is only partially erased.
+        startFormatter(true);
+        break;
+    default:
+        owner_->checkWorkers();
+    }
+}
+
+void WorkWidget::WorkerWipeAndFormat::startFormatter(bool partial)
+{
+    current_ = formatter_.get();
+    QString error;
+    const QString imagePath = create_postwipe_image_file(drive_, partial, &error);
+    if (imagePath.isEmpty())
+        imageFailed(error);
+    else
+        formatter_->start(emulate_, imagePath);
+}
+
+void WorkWidget::WorkerWipeAndFormat::imageFailed(const QString& message)
+{
+    const QPointer<FormatterUI> self(formatter_.get());
+    formatter_->setStatus(Process::Error);
+    progressBar_->setFormat(status_word("ERROR"));
+    showError(formatting_failed_text(formatter_->drive(), message));
+    if (self)
+        currentProcessFinished();
+}
+
+void WorkWidget::WorkerWipeAndFormat::showError(const QString& text)
+{
+    message_box::show(owner_->window(), QMessageBox::Critical, owner_->windowTitle(), text);
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "erase/formatter.h"
+#include "erase/wiper.h"
+#include "storage/drive.h"
+#include "work/worker.h"
+
+/// Erases one drive: first the wipe job; when that has ended, completely or because the
+/// user stopped it, the post-wipe picture and the format job. A failed wipe is not
+/// formatted. Destroying the worker kills what still runs.
+class WorkWidget::WorkerWipeAndFormat : public WorkWidget::Worker {
+public:
+    /// `id` identifies both jobs in the log. The bar belongs to the row.
+    WorkerWipeAndFormat(int id, const Drive& drive, WorkWidget* owner, QProgressBar* progressBar);
+    ~WorkerWipeAndFormat() override;
+
+    void start(bool emulate) override;
+    void stop() override;
+    void currentProcessFinished() override;
+    [[nodiscard]] Process::Status status() const override;
+
+private:
+    class WiperUI;
+    class FormatterUI;
+
+    void wipeFinished();
+    void startFormatter(bool partial);
+    void imageFailed(const QString& message);
+    void showError(const QString& text);
+
+    Drive drive_;
+    WorkWidget* owner_;
+    QProgressBar* progressBar_;
+    std::unique_ptr<WiperUI> wiper_;
+    std::unique_ptr<FormatterUI> formatter_;
+    Process* current_;
+    bool emulate_ = false;
+};
