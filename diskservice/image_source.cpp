@@ -1,12 +1,12 @@
 #include "diskservice/image_source.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <iostream>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -74,6 +74,14 @@ DeviceRecord partition_record(const DeviceRecord& drive, const PartitionEntry& e
     return partition;
 }
 
+// Whether any later write is sure to get another status-change time. Two writes in quick
+// succession can share one; the coarsest file system in use (FAT) counts in 2 seconds.
+bool is_settled(const struct stat& status)
+{
+    constexpr time_t kSettledSeconds = 3;
+    return status.st_ctim.tv_sec + kSettledSeconds < std::time(nullptr);
+}
+
 } // namespace
 
 std::vector<DeviceRecord> ImageSource::operator()()
@@ -81,7 +89,7 @@ std::vector<DeviceRecord> ImageSource::operator()()
     const std::set<std::string> reported = std::exchange(problems_, {});
     std::vector<DeviceRecord> devices;
     for (const ImageOption& image : images_)
-        appendDevices(devices, image);
+        std::ranges::move(devicesOf(image), std::back_inserter(devices));
     for (const std::string& problem : problems_) {
         if (!reported.contains(problem))
             std::cerr << "diskservice: " << problem << std::endl;
@@ -89,24 +97,47 @@ std::vector<DeviceRecord> ImageSource::operator()()
     return devices;
 }
 
-void ImageSource::appendDevices(std::vector<DeviceRecord>& devices, const ImageOption& image)
+std::vector<DeviceRecord> ImageSource::devicesOf(const ImageOption& image)
 {
-    // Looked at before it is opened: opening some kinds of file does something to them.
     struct stat status = {};
-    if (::stat(image.path.c_str(), &status) != 0)
-        return note(image.path, system_text("stat"));
-    if (!S_ISREG(status.st_mode))
-        return note(image.path, "not a regular file");
-    const std::size_t driveIndex = devices.size();
-    devices.push_back(drive_record(image, status));
+    if (::stat(image.path.c_str(), &status) != 0) {
+        note(image.path, system_text("stat"));
+        return {};
+    }
+    // Checked before it is opened: opening some kinds of file does something to them.
+    if (!S_ISREG(status.st_mode)) {
+        note(image.path, "not a regular file");
+        return {};
+    }
+    const Stamp stamp{status.st_dev, status.st_ino, status.st_size, status.st_ctim.tv_sec,
+                      status.st_ctim.tv_nsec};
+    const auto known = remembered_.find(image.path);
+    if (known != remembered_.end() && known->second.stamp == stamp)
+        return known->second.devices;
+
+    const std::size_t problemsBefore = problems_.size();
+    std::vector<DeviceRecord> devices = readDevices(image, status);
+    if (problems_.size() == problemsBefore && is_settled(status))
+        remembered_[image.path] = {stamp, devices};
+    return devices;
+}
+
+std::vector<DeviceRecord> ImageSource::readDevices(const ImageOption& image,
+                                                   const struct stat& status)
+{
+    std::vector<DeviceRecord> devices{drive_record(image, status)};
     if (status.st_size == 0)
-        return;
+        return devices;
     const Descriptor descriptor(::open(image.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (descriptor.get() < 0)
-        return note(image.path, system_text("open"));
-    readContents(devices[driveIndex], descriptor.get());
-    if (devices[driveIndex].table)
-        appendPartitions(devices, driveIndex, descriptor.get());
+    if (descriptor.get() < 0) {
+        note(image.path, system_text("open"));
+        return devices;
+    }
+    readContents(devices.front(), descriptor.get());
+    if (devices.front().table)
+        std::ranges::move(readPartitions(devices.front(), descriptor.get()),
+                          std::back_inserter(devices));
+    return devices;
 }
 
 void ImageSource::readContents(DeviceRecord& drive, int descriptor)
@@ -125,18 +156,18 @@ void ImageSource::readContents(DeviceRecord& drive, int descriptor)
         drive.content = contentOf(drive.deviceFile, whole);
 }
 
-void ImageSource::appendPartitions(std::vector<DeviceRecord>& devices, std::size_t driveIndex,
-                                   int descriptor)
+std::vector<DeviceRecord> ImageSource::readPartitions(const DeviceRecord& drive, int descriptor)
 {
-    const DeviceRecord drive = devices[driveIndex];
+    std::vector<DeviceRecord> partitions;
     for (const PartitionEntry& entry : drive.table->entries) {
         DeviceRecord partition = partition_record(drive, entry);
         if (!entry.isExtended)
             partition.content =
                 contentOf(partition.deviceFile,
                           {descriptor, entry.offsetBytes, entry.sizeBytes, drive.blockSizeBytes});
-        devices.push_back(std::move(partition));
+        partitions.push_back(std::move(partition));
     }
+    return partitions;
 }
 
 Content ImageSource::contentOf(const std::string& deviceFile, const ProbeRange& range)
