@@ -38,8 +38,9 @@ QString drives_signature(const std::vector<Drive>& drives)
     QStringList paths;
     for (const Drive& drive : drives) {
         paths << QString::fromLatin1(drive.device());
-        for (const Drive::Partition& partition : drive.partitions())
+        for (const Drive::Partition& partition : drive.partitions()) {
             paths << QString::fromLatin1(partition.device());
+        }
     }
     return paths.join(QLatin1String(", "));
 }
@@ -214,20 +215,23 @@ void WorkWidget::eraseStart()
     const bool emulate = mainWindow_ != nullptr && mainWindow_->emulateErasing();
     // A start that fails opens a message box, and the screen goes on below it.
     const auto workers = workers_;
-    for (const auto& worker : workers)
+    for (const auto& worker : workers) {
         worker->start(emulate);
+    }
 }
 
 void WorkWidget::eraseStop()
 {
     const QString question = tr("If you stop erasing, not all of your data will be erased. Are "
                                 "you sure you want to stop?");
-    if (!message_box::ask(this, QMessageBox::Question, windowTitle(), question, QMessageBox::No))
+    if (!message_box::ask(this, QMessageBox::Question, windowTitle(), question, QMessageBox::No)) {
         return;
+    }
     const auto workers = workers_;
     for (const auto& worker : workers) {
-        if (worker->status() == Process::Running)
+        if (worker->status() == Process::Running) {
             worker->stop();
+        }
     }
     state_ = Idle;
     hideButtons();
@@ -238,8 +242,9 @@ void WorkWidget::checkWorkers()
     const bool isAnyRunning =
         std::any_of(workers_.cbegin(), workers_.cend(),
                     [](const auto& worker) { return worker->status() == Process::Running; });
-    if (isAnyRunning)
+    if (isAnyRunning) {
         return;
+    }
     state_ = Idle;
     hideButtons();
     showInformation("blue", tr("Complete."));
@@ -310,8 +315,9 @@ void WorkWidget::clearDrives()
 QProgressBar* WorkWidget::addRow(const Drive& drive)
 {
     auto* row = new QTreeWidgetItem({drive_string_short(drive)});
-    for (const Drive::Partition& partition : drive.partitions())
+    for (const Drive::Partition& partition : drive.partitions()) {
         row->addChild(new QTreeWidgetItem({partition_text(partition)}));
+    }
     ui->drivesTreeWidget->addTopLevelItem(row);
     auto* bar = new QProgressBar;
     ui->drivesTreeWidget->setItemWidget(row, kBarColumn, bar);
