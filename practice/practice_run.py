@@ -40,11 +40,11 @@ def parse_arguments():
 
 def shield_system_commands(directory):
     """Runs this program again where the restart and shutdown commands are harmless: in a mount
-    namespace of its own, with `true` in their places."""
+    namespace of its own, with /bin/true in their places."""
     if os.environ.get("PRACTICE_SHIELDED"):
         return
     real = sorted({os.path.realpath(path) for path in SYSTEM_COMMANDS if os.path.exists(path)})
-    mounts = "".join(f'mount --bind "$(command -v true)" {path} && ' for path in real)
+    mounts = "".join(f'mount --bind /bin/true {path} && ' for path in real)
     command = ["unshare", "--mount"] + ([] if os.geteuid() == 0 else ["--map-root-user"])
     shell = [*command, "sh", "-c", mounts + 'exec "$@"', "sh"]
     if subprocess.run([*shell, "true"], capture_output=True, check=False).returncode != 0:
@@ -179,10 +179,11 @@ def main():
     shutil.rmtree(directory, ignore_errors=True)
     directory.mkdir()
     print(f"Making {len(used_drives.DRIVES)} used drives in {directory}")
-    images = [used_drives.make(drive, directory) for drive in used_drives.DRIVES]
-    before = {image: checksum(image) for image in images} if arguments.emulate else {}
     log = Log(directory / "log.txt")
+    images = []
     try:
+        images = [used_drives.make(drive, directory) for drive in used_drives.DRIVES]
+        before = {image: checksum(image) for image in images} if arguments.emulate else {}
         run_program(arguments, directory, images, log)
         is_good = (report_unchanged(images, before, log) if arguments.emulate
                    else report_erased(images, log))

@@ -40,7 +40,7 @@ DRIVES = (
     ),
     UsedDrive(
         "laptop.img", "Practice SSD 768", "PRACTICE-0002", 768, 4096, "gpt",
-        (Partition(1, 128, "vfat", "EFI"), Partition(129, 500, "ext4", "home")),
+        (Partition(1, 300, "vfat", "EFI"), Partition(301, 400, "ext4", "home")),
     ),
     UsedDrive(
         "camera-stick.img", "Practice USB Stick 1536", "PRACTICE-0003", 1536, 512, "dos",
