@@ -68,7 +68,10 @@ int open_exclusively(const std::string& name, int flags)
     if (::flock(descriptor.get(), LOCK_EX | LOCK_NB) == 0) {
         return descriptor.release();
     }
-    errno = EBUSY; // flock says EWOULDBLOCK
+    // Any other errno, such as a file system without locks, is told as it is.
+    if (errno == EWOULDBLOCK) {
+        errno = EBUSY;
+    }
     return -1;
 }
 
