@@ -98,7 +98,7 @@ def follow(log, display, directory, emulate):
         switch_emulation_on(display)
     log.wait_for("erasing in 8 seconds", DISCOVERY_SECONDS, "countdown")
     screenshot(display, directory, "2-countdown")
-    log.wait_for("stdout: progress: [2-9]", DISCOVERY_SECONDS, "erasing")
+    log.wait_for(r"stdout: progress: [3-9]\d", DISCOVERY_SECONDS, "erasing")
     screenshot(display, directory, "3-erasing")
     jobs = 2 * len(used_drives.DRIVES)  # erase and format
     wait_until(lambda: log.ended_jobs() >= jobs, ERASE_SECONDS, "the end of all jobs")

@@ -65,6 +65,7 @@ WorkWidget::WorkWidget(MainWindow* mainWindow)
     ui->drivesTreeWidget->setFocusPolicy(Qt::NoFocus);
     ui->drivesTreeWidget->setSelectionMode(QAbstractItemView::NoSelection);
     ui->drivesTreeWidget->header()->swapSections(kTextColumn, kBarColumn);
+    keepButtonRow();
     timer_.setInterval(kTickMs);
 }
 
@@ -290,6 +291,14 @@ void WorkWidget::hideButtons()
 {
     ui->stopButton->hide();
     ui->restartInitializationButton->hide();
+}
+
+// Without buttons the row keeps its height, so that the drives do not move.
+void WorkWidget::keepButtonRow()
+{
+    QSizePolicy policy = ui->restartInitializationButton->sizePolicy();
+    policy.setRetainSizeWhenHidden(true);
+    ui->restartInitializationButton->setSizePolicy(policy);
 }
 
 void WorkWidget::showInformation(const char* color, const QString& text)

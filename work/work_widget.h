@@ -60,6 +60,7 @@ private:
     void showStopButton();
     void showRestartButton();
     void hideButtons();
+    void keepButtonRow();
     void showInformation(const char* color, const QString& text);
     void startTimer(void (WorkWidget::*slot)());
     void clearDrives();
