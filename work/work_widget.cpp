@@ -214,11 +214,14 @@ void WorkWidget::eraseStart()
     showStopButton();
     showInformation("green", tr("Erasing drives..."));
     const bool emulate = mainWindow_ != nullptr && mainWindow_->emulateErasing();
-    // A start that fails opens a message box, and the screen goes on below it.
-    const auto workers = workers_;
-    for (const auto& worker : workers) {
+    // A start that fails opens a message box; the drives behind it in the list are not
+    // complete because they are not running yet.
+    areWorkersStarting_ = true;
+    for (const auto& worker : workers_) {
         worker->start(emulate);
     }
+    areWorkersStarting_ = false;
+    checkWorkers();
 }
 
 void WorkWidget::eraseStop()
@@ -228,8 +231,7 @@ void WorkWidget::eraseStop()
     if (!message_box::ask(this, QMessageBox::Question, windowTitle(), question, QMessageBox::No)) {
         return;
     }
-    const auto workers = workers_;
-    for (const auto& worker : workers) {
+    for (const auto& worker : workers_) {
         if (worker->status() == Process::Running) {
             worker->stop();
         }
@@ -243,7 +245,7 @@ void WorkWidget::checkWorkers()
     const bool isAnyRunning =
         std::any_of(workers_.cbegin(), workers_.cend(),
                     [](const auto& worker) { return worker->status() == Process::Running; });
-    if (isAnyRunning) {
+    if (isAnyRunning || areWorkersStarting_) {
         return;
     }
     state_ = Idle;

@@ -77,4 +77,5 @@ private:
     QString drivesString_;
     int countdownCounter_ = 0;
     std::vector<std::shared_ptr<Worker>> workers_;
+    bool areWorkersStarting_ = false;
 };
