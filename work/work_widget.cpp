@@ -217,7 +217,8 @@ void WorkWidget::eraseStart()
     // A start that fails opens a message box; the drives behind it in the list are not
     // complete because they are not running yet.
     areWorkersStarting_ = true;
-    for (const auto& worker : workers_) {
+    const auto workers = workers_; // stay alive whatever happens below a message box
+    for (const auto& worker : workers) {
         worker->start(emulate);
     }
     areWorkersStarting_ = false;
@@ -231,7 +232,8 @@ void WorkWidget::eraseStop()
     if (!message_box::ask(this, QMessageBox::Question, windowTitle(), question, QMessageBox::No)) {
         return;
     }
-    for (const auto& worker : workers_) {
+    const auto workers = workers_; // as when starting them
+    for (const auto& worker : workers) {
         if (worker->status() == Process::Running) {
             worker->stop();
         }
