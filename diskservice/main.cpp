@@ -68,6 +68,9 @@ QString acquire_name(const QDBusConnection& bus)
 ExitCode serve(const std::vector<ImageOption>& images, int argc, char** argv)
 {
     const int endDescriptor = end_signals();
+    if (endDescriptor < 0) {
+        return fail("signals: cannot be waited for");
+    }
     const QCoreApplication application(argc, argv);
     QDBusConnection bus = QDBusConnection::systemBus();
     if (!bus.isConnected()) {
@@ -75,13 +78,6 @@ ExitCode serve(const std::vector<ImageOption>& images, int argc, char** argv)
     }
 
     DiskService service{ImageSource(images)};
-    if (!bus.registerVirtualObject(DiskService::kPath, &service, QDBusConnection::SubPath)) {
-        return fail(DiskService::kPath + ": cannot be registered");
-    }
-    if (const QString problem = acquire_name(bus); !problem.isEmpty()) {
-        return fail(problem);
-    }
-
     const QSocketNotifier endNotifier(endDescriptor, QSocketNotifier::Read);
     QObject::connect(&endNotifier, &QSocketNotifier::activated, &application,
                      [] { QCoreApplication::exit(static_cast<int>(ExitCode::Success)); });
@@ -90,6 +86,13 @@ ExitCode serve(const std::vector<ImageOption>& images, int argc, char** argv)
     QObject::connect(&service, &DiskService::busLost, &application, [] {
         QCoreApplication::exit(static_cast<int>(fail("the message bus has gone")));
     });
+
+    if (!bus.registerVirtualObject(DiskService::kPath, &service, QDBusConnection::SubPath)) {
+        return fail(DiskService::kPath + ": cannot be registered");
+    }
+    if (const QString problem = acquire_name(bus); !problem.isEmpty()) {
+        return fail(problem);
+    }
     return static_cast<ExitCode>(QCoreApplication::exec());
 }
 

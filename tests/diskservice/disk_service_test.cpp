@@ -17,7 +17,7 @@ const QString kGet = "org.freedesktop.DBus.Properties.Get";
 const QString kGetAll = "org.freedesktop.DBus.Properties.GetAll";
 const QString kIntrospect = "org.freedesktop.DBus.Introspectable.Introspect";
 const QString kEnumerate = kName + ".EnumerateDevices";
-constexpr qulonglong kMiB = 1024 * 1024;
+constexpr qulonglong kMiB = 1 << 20;
 
 const QByteArray kMbrTable = "label: dos\n"
                              "start=2048, size=81920, type=c\n"
@@ -85,10 +85,10 @@ private slots:
     void terminationIsCleanEnd();
 
 private:
-    QString file(const QString& name) const { return images_.filePath(name); }
+    [[nodiscard]] QString file(const QString& name) const { return images_.filePath(name); }
 
     // The object path of the device with this file name.
-    QString object(const QString& name) const
+    [[nodiscard]] QString object(const QString& name) const
     {
         QString path = kPath + "/devices/";
         for (const QChar c : file(name)) {
@@ -98,8 +98,8 @@ private:
     }
 
     // The member has its interface's name before it.
-    QDBusMessage call(const QString& path, const QString& member,
-                      const QVariantList& arguments = {}) const
+    [[nodiscard]] QDBusMessage call(const QString& path, const QString& member,
+                                    const QVariantList& arguments = {}) const
     {
         QDBusMessage message = QDBusMessage::createMethodCall(
             kName, path, member.section('.', 0, -2), member.section('.', -1));
@@ -107,7 +107,7 @@ private:
         return connection_.call(message);
     }
 
-    QSet<QString> enumerate() const
+    QSet<QString> enumerate()
     {
         QSet<QString> paths;
         const QVariant reply = call(kPath, kEnumerate).arguments().value(0);
@@ -117,7 +117,7 @@ private:
         return paths;
     }
 
-    QVariant value(const QString& name, const QString& property) const
+    [[nodiscard]] QVariant value(const QString& name, const QString& property) const
     {
         const QVariant reply = call(object(name), kGetAll, {kDevice}).arguments().value(0);
         return qdbus_cast<QVariantMap>(reply).value(property);
