@@ -151,7 +151,7 @@ def run_program(arguments, directory, images, log):
         (library / name).symlink_to(binaries / "lib" / name)
     is_virtual = arguments.virtual or arguments.emulate or not os.environ.get("DISPLAY")
     with Processes() as processes, (directory / "messages.txt").open("w") as messages:
-        bus = {"DBUS_SYSTEM_BUS_ADDRESS": processes.start_bus()}
+        bus = {"DBUS_SYSTEM_BUS_ADDRESS": processes.start_bus(messages)}
         options = []
         for image, drive in zip(images, used_drives.DRIVES):
             options += ["--image", f"{image},model={drive.model},serial={drive.serial},"
@@ -190,6 +190,7 @@ def main():
     except (TimeoutError, RuntimeError, subprocess.CalledProcessError) as error:
         print(f"practice: {error}; see {directory}/log.txt", file=sys.stderr)
         is_good = False
+    shutil.rmtree(directory / "old-files", ignore_errors=True)
     if not arguments.keep:
         for image in images:
             image.unlink()

@@ -48,10 +48,10 @@ class Processes:
         self._running.append(process)
         return process
 
-    def start_bus(self):
+    def start_bus(self, log):
         """A private message bus; returns its address."""
         bus = self.start(["dbus-daemon", "--session", "--nofork", "--print-address"],
-                         stdout=subprocess.PIPE, text=True)
+                         stdout=subprocess.PIPE, stderr=log, text=True)
         address = bus.stdout.readline().strip()
         if not address:
             raise RuntimeError("the private message bus did not start")
