@@ -38,21 +38,27 @@ def parse_arguments():
     return parser.parse_args()
 
 
-def shield_system_commands(directory):
+def is_virtual(arguments):
+    return arguments.virtual or arguments.emulate or not os.environ.get("DISPLAY")
+
+
+def shield_system_commands(arguments):
     """Runs this program again where the restart and shutdown commands are harmless: in a mount
-    namespace of its own, with /bin/true in their places."""
-    if os.environ.get("PRACTICE_SHIELDED"):
-        return
+    namespace of its own, with /bin/true in their places. Where that is not allowed only a
+    virtual screen will do, on which nobody presses a button."""
     real = sorted({os.path.realpath(path) for path in SYSTEM_COMMANDS if os.path.exists(path)})
-    mounts = "".join(f'mount --bind /bin/true {path} && ' for path in real)
+    if not real or os.environ.get("PRACTICE_SHIELDED"):
+        return
+    mounts = "".join(f"mount --bind /bin/true {path} && " for path in real)
     command = ["unshare", "--mount"] + ([] if os.geteuid() == 0 else ["--map-root-user"])
     shell = [*command, "sh", "-c", mounts + 'exec "$@"', "sh"]
-    if subprocess.run([*shell, "true"], capture_output=True, check=False).returncode != 0:
-        sys.exit("practice: this system does not let the restart and shutdown commands be "
-                 "replaced for the run (unshare failed); run it as root, or allow user "
-                 "namespaces")
-    os.environ["PRACTICE_SHIELDED"] = "1"
-    os.execvp(shell[0], [*shell, sys.executable, *sys.argv])
+    if subprocess.run([*shell, "true"], capture_output=True, check=False).returncode == 0:
+        os.environ["PRACTICE_SHIELDED"] = "1"
+        os.execvp(shell[0], [*shell, sys.executable, *sys.argv])
+    if not is_virtual(arguments):
+        sys.exit("practice: the restart and shutdown commands cannot be replaced for the run "
+                 "(unshare failed), so the buttons in the window would be real; use --virtual, "
+                 "run it as root, or allow user namespaces")
 
 
 class Log:
@@ -149,7 +155,6 @@ def run_program(arguments, directory, images, log):
     library.mkdir()
     for name in ("driver", "format", "boot"):
         (library / name).symlink_to(binaries / "lib" / name)
-    is_virtual = arguments.virtual or arguments.emulate or not os.environ.get("DISPLAY")
     with Processes() as processes, (directory / "messages.txt").open("w") as messages:
         bus = {"DBUS_SYSTEM_BUS_ADDRESS": processes.start_bus(messages)}
         options = []
@@ -158,14 +163,14 @@ def run_program(arguments, directory, images, log):
                                    f"sector-size={drive.sector_size}"]
         processes.start([binaries / "diskservice", *options], bus, stderr=messages)
         display = os.environ.get("DISPLAY")
-        if is_virtual:
+        if is_virtual(arguments):
             display = processes.start_virtual_screen(arguments.size or "800x600", messages)
         # The program skips two characters after "lib=".
         program = [binaries / "vantrelleplus", f"lib=..{library}", f"dbg={directory}/log.txt"]
         program += ["desktop"] if arguments.size else []
         window = processes.start(program, {**bus, "DISPLAY": display, "QT_QPA_PLATFORM": "xcb"},
                                  stderr=messages)
-        if is_virtual:
+        if is_virtual(arguments):
             follow(log, display, directory, arguments.emulate)
         else:
             print("The report comes when you close the window.")
@@ -175,7 +180,7 @@ def run_program(arguments, directory, images, log):
 def main():
     arguments = parse_arguments()
     directory = pathlib.Path(WORK_DIRECTORY).resolve()
-    shield_system_commands(directory)
+    shield_system_commands(arguments)
     shutil.rmtree(directory, ignore_errors=True)
     directory.mkdir()
     print(f"Making {len(used_drives.DRIVES)} used drives in {directory}")
