@@ -75,3 +75,11 @@ std::string read_file(int descriptor, const std::string& name)
         throw system_failure(name, "stat", errno);
     return read_exactly(descriptor, static_cast<std::size_t>(status.st_size), 0, name);
 }
+
+std::uint32_t little_endian(std::string_view bytes, std::size_t offset, std::size_t count)
+{
+    std::uint32_t value = 0;
+    for (std::size_t index = count; index > 0; --index)
+        value = value << 8U | static_cast<unsigned char>(bytes[offset + index - 1]);
+    return value;
+}

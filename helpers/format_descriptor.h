@@ -42,3 +42,7 @@ void write_all(int descriptor, std::string_view bytes, std::uint64_t offsetBytes
 
 /// The whole content of a regular file. Throws Failure.
 [[nodiscard]] std::string read_file(int descriptor, const std::string& name);
+
+/// The number in `count` (up to 4) bytes at a position, the lowest byte first.
+[[nodiscard]] std::uint32_t little_endian(std::string_view bytes, std::size_t offset,
+                                          std::size_t count);

@@ -67,14 +67,6 @@ std::string run_mtool(const FormatMedium& medium, const std::string& action,
                      .input = input});
 }
 
-std::uint32_t little_endian(std::string_view bytes, std::size_t offset, std::size_t count)
-{
-    std::uint32_t value = 0;
-    for (std::size_t index = count; index > 0; --index)
-        value = value << 8U | static_cast<unsigned char>(bytes[offset + index - 1]);
-    return value;
-}
-
 std::uint64_t clusters_of(std::string_view sector)
 {
     const std::uint64_t total = little_endian(sector, kTotalSectorsOffset, 4);

@@ -8,7 +8,6 @@
 #include <libfdisk/libfdisk.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <memory>
 #include <string_view>
@@ -105,21 +104,13 @@ void write_partition_table(const FormatMedium& medium)
     require(medium, "write the partition table", fdisk_deassign_device(table.get(), 1));
 }
 
-std::uint32_t little_endian(std::string_view bytes, std::size_t offset)
-{
-    std::uint32_t value = 0;
-    for (std::size_t index = sizeof value; index > 0; --index)
-        value = value << 8U | static_cast<unsigned char>(bytes[offset + index - 1]);
-    return value;
-}
-
 bool has_table(std::string_view record, const FormatLayout& layout)
 {
     const std::string_view others =
         record.substr(kOtherEntriesOffset, kSignatureOffset - kOtherEntriesOffset);
     return record[kFirstEntryOffset] == kActive && record[kEntryTypeOffset] == kTypeFat32Lba &&
-           little_endian(record, kEntryStartOffset) == layout.partitionStart &&
-           little_endian(record, kEntryCountOffset) == layout.partitionSectors &&
+           little_endian(record, kEntryStartOffset, 4) == layout.partitionStart &&
+           little_endian(record, kEntryCountOffset, 4) == layout.partitionSectors &&
            others.find_first_not_of('\0') == std::string_view::npos &&
            record.substr(kSignatureOffset) == kSignature;
 }

@@ -60,13 +60,6 @@ void check_table(const QString& device, qint64 size, qint64 sectorSize)
     QCOMPARE(record.mid(462, 48), QByteArray(48, '\0'));
 }
 
-void check_file(const QString& device, const QString& name, const QString& source)
-{
-    const Run copy = run("mtype", {"-i", device + "@@1M", "::" + name});
-    QVERIFY2(copy.code == 0, copy.error);
-    QVERIFY2(copy.output == content(source), qPrintable(name));
-}
-
 } // namespace
 
 class FormatTest : public QObject {
@@ -94,17 +87,17 @@ class FormatTest : public QObject {
                QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner);
     }
 
-    Run runWithTools()
-    {
-        return run(program_, {image_, picture_},
-                   dir_.filePath("bin") + ":" + qEnvironmentVariable("PATH"));
-    }
-
     void checkFiles(const QString& device)
     {
-        check_file(device, "/picture.png", picture_);
-        check_file(device, "/EFI/BOOT/BOOTX64.EFI", boot_ + "bootx64.efi");
-        check_file(device, "/EFI/BOOT/BOOTIA32.EFI", boot_ + "bootia32.efi");
+        const std::pair<QString, QString> files[] = {
+            {"::/picture.png", picture_},
+            {"::/EFI/BOOT/BOOTX64.EFI", boot_ + "bootx64.efi"},
+            {"::/EFI/BOOT/BOOTIA32.EFI", boot_ + "bootia32.efi"}};
+        for (const auto& [name, source] : files) {
+            const Run copy = run("mtype", {"-i", device + "@@1M", name});
+            QVERIFY2(copy.code == 0, copy.error);
+            QVERIFY2(copy.output == content(source), qPrintable(name));
+        }
     }
 
 private slots:
@@ -156,9 +149,6 @@ private slots:
         QVERIFY(!content(image_, 63 * kMiB).contains("EFI PART"));
         QCOMPARE(run("wipefs", {"-n", "-i", "-O", "TYPE", "--noheadings", image_}).output.trimmed(),
                  "dos");
-        QCOMPARE(run("blkid", {"-p", "-O", "1048576", "-o", "value", "-s", "TYPE", image_})
-                     .output.trimmed(),
-                 "vfat");
     }
 
     void emulationChangesNothing()
@@ -181,18 +171,15 @@ private slots:
             QTest::newRow(name) << arguments << code << QByteArray(message);
         };
         row("a device one sector too small", {"small", "source.png"}, 1, "too small");
-        row("the same in emulation", {"small-emulate", "source.png"}, 1, "too small");
+        row("emulation on it", {"small-emulate", "source.png"}, 1, "too small");
         row("a device that is not there", {"nothing", "source.png"}, 1, "No such file");
         row("a folder as device", {".", "source.png"}, 1, "neither");
         row("a picture that is not there", {"image", "nothing"}, 1, "No such file");
         row("a picture without a byte", {"image", "empty.png"}, 1, "not a PNG");
         row("a picture that was cut short", {"image", "cut.png"}, 1, "not a PNG");
-        row("a folder as picture", {"image", "."}, 1, "regular file");
-        row("no picture", {"image"}, 2, "usage");
         row("three arguments", {"image", "source.png", "x"}, 2, "usage");
         row("an unknown option", {"-f", "source.png"}, 2, "-f");
         row("emulation of nothing", {"-emulate", "source.png"}, 2, "-emulate");
-        row("no device name", {"", "source.png"}, 2, "device");
     }
     void refuses()
     {
@@ -217,13 +204,12 @@ private slots:
     {
         QVERIFY(makeImage(kSmallest));
         const QByteArray before = content(image_);
-        const Run noTool = run(program_, {image_, picture_}, "/nonexistent");
         const QString alone = dir_.filePath("alone");
         QVERIFY(QFile::copy(program_, alone));
+        const Run noTool = run(program_, {image_, picture_}, "/nonexistent");
         const Run noImages = run(alone, {image_, picture_});
-        QCOMPARE(noTool.code + 10 * noImages.code, 11);
-        QVERIFY2(noTool.error.contains("not found"), noTool.error);
-        QVERIFY2(noImages.error.contains("boot/"), noImages.error);
+        QVERIFY2(noTool.code == 1 && noTool.error.contains("not found"), noTool.error);
+        QVERIFY2(noImages.code == 1 && noImages.error.contains("boot/"), noImages.error);
         QVERIFY(content(image_) == before);
     }
 
@@ -233,18 +219,13 @@ private slots:
         QTest::addColumn<QByteArray>("script");
         QTest::addColumn<QByteArray>("message");
         QTest::newRow("a tool that fails says why")
-            << "mkfs.fat" << QByteArray("echo broken >&2; exit 3")
-            << QByteArray("exit code 3): broken");
-        QTest::newRow("a tool that is killed")
-            << "mmd" << QByteArray("kill -9 $$") << QByteArray("signal 9");
-        QTest::newRow("a picture that arrives short is found by reading back")
-            << "mcopy"
-            << QByteArray(
-                   "test \"$1\" != - || exec /bin/sh -c 'head -c 99 | /usr/bin/mcopy - $0' \"$2\"\n"
-                   "exec /usr/bin/mcopy \"$@\"")
-            << QByteArray("picture.png reads back differently");
-        QTest::newRow("a file system that was not made")
+            << "mkfs.fat" << QByteArray("echo broken >&2; exit 3") << QByteArray("3): broken");
+        QTest::newRow("a tool that did nothing")
             << "mkfs.fat" << QByteArray("exit 0") << QByteArray("make directory EFI");
+        const QByteArray shorten = "test \"$1\" != - || dd of=/dev/null bs=1 count=9\n"
+                                   "exec /usr/bin/mcopy \"$@\"";
+        QTest::newRow("a picture that arrives short is found by reading back")
+            << "mcopy" << shorten << QByteArray("picture.png reads back differently");
     }
     void noticesFailingTools()
     {
@@ -252,7 +233,8 @@ private slots:
         QFETCH(QByteArray, script);
         QFETCH(QByteArray, message);
         QVERIFY(makeImage(kSmallest) && putTool(tool, script));
-        const Run done = runWithTools();
+        const QString path = dir_.filePath("bin") + ":" + qEnvironmentVariable("PATH");
+        const Run done = run(program_, {image_, picture_}, path);
         QCOMPARE(done.code, 1);
         QVERIFY2(done.error.contains(message), done.error);
         QVERIFY(!done.output.contains("formatted"));
