@@ -1,7 +1,7 @@
 #include "helpers/child_process.h"
 
+#include "helpers/descriptor.h"
 #include "helpers/failure.h"
-#include "helpers/format_descriptor.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>

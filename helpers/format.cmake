@@ -8,8 +8,6 @@ add_executable(format_helper
     child_process.h
     format_content.cpp
     format_content.h
-    format_descriptor.cpp
-    format_descriptor.h
     format_file_system.cpp
     format_layout.cpp
     format_layout.h

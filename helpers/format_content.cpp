@@ -1,7 +1,7 @@
 #include "helpers/format_content.h"
 
+#include "helpers/descriptor.h"
 #include "helpers/failure.h"
-#include "helpers/format_descriptor.h"
 #include "helpers/format_layout.h"
 
 #include <fcntl.h>

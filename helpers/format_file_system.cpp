@@ -1,8 +1,8 @@
 #include "helpers/format_medium.h"
 
 #include "helpers/child_process.h"
+#include "helpers/descriptor.h"
 #include "helpers/failure.h"
-#include "helpers/format_descriptor.h"
 
 #include <cstring>
 #include <string_view>

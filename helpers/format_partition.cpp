@@ -1,7 +1,7 @@
 #include "helpers/format_medium.h"
 
+#include "helpers/descriptor.h"
 #include "helpers/failure.h"
-#include "helpers/format_descriptor.h"
 
 #include <blkid/blkid.h>
 #include <fcntl.h>

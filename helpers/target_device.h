@@ -1,5 +1,7 @@
 #pragma once
 
+#include "helpers/descriptor.h"
+
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -18,13 +20,10 @@ public:
     /// neither a block device nor a regular file, is in use for longer than `busyWait`,
     /// or has no size.
     TargetDevice(const std::string& path, Access access, std::chrono::milliseconds busyWait);
-    ~TargetDevice();
-    TargetDevice(const TargetDevice&) = delete;
-    TargetDevice& operator=(const TargetDevice&) = delete;
 
     /// As given by the user; for messages only.
     [[nodiscard]] const std::string& path() const { return path_; }
-    [[nodiscard]] int descriptor() const { return descriptor_; }
+    [[nodiscard]] int descriptor() const { return descriptor_.get(); }
     [[nodiscard]] bool isBlockDevice() const { return isBlockDevice_; }
 
     /// The size when it was opened.
@@ -41,7 +40,7 @@ private:
     void measure();
 
     std::string path_;
-    int descriptor_ = -1;
+    Descriptor descriptor_;
     bool isBlockDevice_ = false;
     std::uint64_t sizeBytes_ = 0;
     std::uint32_t sectorSizeBytes_ = 512;

@@ -1,4 +1,4 @@
-#include "helpers/format_descriptor.h"
+#include "helpers/descriptor.h"
 
 #include "helpers/failure.h"
 
