@@ -10,14 +10,6 @@ const QString kDevicesPath = QStringLiteral("/org/freedesktop/UDisks/devices");
 
 namespace {
 
-// Text on the bus is UTF-8, and the bus cuts off whoever sends anything else. Bytes that
-// are no UTF-8 are taken as Latin-1, which can hold any byte.
-QString bus_text(const std::string& bytes)
-{
-    const QByteArray raw = QByteArray::fromStdString(bytes);
-    return raw.isValidUtf8() ? QString::fromUtf8(raw) : QString::fromLatin1(raw);
-}
-
 // Type t, whichever of the machine's types has 64 bits.
 QVariant bus_size(std::uint64_t value)
 {
@@ -99,6 +91,12 @@ bool is_ascii_letter_or_digit(char c)
 }
 
 } // namespace
+
+QString bus_text(const std::string& bytes)
+{
+    const QByteArray raw = QByteArray::fromStdString(bytes);
+    return raw.isValidUtf8() ? QString::fromUtf8(raw) : QString::fromLatin1(raw);
+}
 
 QString object_path(const std::string& deviceFile)
 {

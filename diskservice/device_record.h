@@ -61,7 +61,7 @@ struct DeviceRecord {
     bool isRemovable = false;
     bool isReadOnly = false;
     bool isSystemInternal = false;
-    std::vector<std::string> mountPaths;
+    std::vector<std::string> mountPaths; ///< The oldest mount first.
     Content content;
     DriveIdentity identity;
     std::optional<PartitionTable> table;
@@ -69,5 +69,5 @@ struct DeviceRecord {
 };
 
 /// Where records come from: every call looks anew and gives all devices, each with a
-/// device file of its own.
+/// device file of its own. Where they are mounted is not for the source to say.
 using DeviceSource = std::function<std::vector<DeviceRecord>()>;

@@ -1,6 +1,7 @@
 #include "diskservice/disk_service.h"
 
 #include "diskservice/device_properties.h"
+#include "diskservice/mount_table.h"
 
 #include <QDBusError>
 #include <QDBusMetaType>
@@ -24,6 +25,16 @@ const QString kServiceMembers = QStringLiteral(R"(    <method name="EnumerateDev
     <signal name="DeviceAdded"><arg name="device" type="o"/></signal>
     <signal name="DeviceRemoved"><arg name="device" type="o"/></signal>
     <signal name="DeviceChanged"><arg name="device" type="o"/></signal>
+)");
+
+const QString kDeviceMembers = QStringLiteral(R"(    <method name="FilesystemMount">
+      <arg name="filesystem_type" type="s" direction="in"/>
+      <arg name="options" type="as" direction="in"/>
+      <arg name="mount_path" type="s" direction="out"/>
+    </method>
+    <method name="FilesystemUnmount">
+      <arg name="options" type="as" direction="in"/>
+    </method>
 )");
 
 // Changes are told by the signals above, never by PropertiesChanged.
@@ -67,8 +78,8 @@ void announce(const QDBusConnection& bus, const QString& signal, const QString& 
     bus.send(message);
 }
 
-void announce_changes(const QDBusConnection& bus, const QMap<QString, QVariantMap>& before,
-                      const QMap<QString, QVariantMap>& now)
+void announce_changes(const QDBusConnection& bus, const QMap<QString, DeviceRecord>& before,
+                      const QMap<QString, DeviceRecord>& now)
 {
     for (const QString& path : before.keys()) {
         if (!now.contains(path)) {
@@ -78,7 +89,7 @@ void announce_changes(const QDBusConnection& bus, const QMap<QString, QVariantMa
     for (auto it = now.cbegin(); it != now.cend(); ++it) {
         if (!before.contains(it.key())) {
             announce(bus, "DeviceAdded", it.key());
-        } else if (before.value(it.key()) != it.value()) {
+        } else if (device_properties(before.value(it.key())) != device_properties(it.value())) {
             announce(bus, "DeviceChanged", it.key());
         }
     }
@@ -97,7 +108,7 @@ QString DiskService::introspect(const QString& path) const
     QString xml;
     if (const QString interface = interfaceOf(path); !interface.isEmpty()) {
         xml += "  <interface name=\"" + interface + "\">\n" +
-               (path == kPath ? kServiceMembers : QString()) +
+               (path == kPath ? kServiceMembers : kDeviceMembers) +
                property_elements(propertiesOf(path)) + kNoChangeSignal + "  </interface>\n";
     }
     if (path == kPath) {
@@ -126,8 +137,10 @@ bool DiskService::handleMessage(const QDBusMessage& call, const QDBusConnection&
 DiskService::Snapshot DiskService::takeSnapshot() const
 {
     Snapshot snapshot;
-    for (const DeviceRecord& device : source_()) {
-        snapshot.insert(object_path(device.deviceFile), device_properties(device));
+    const MountTable mountTable;
+    for (DeviceRecord& device : source_()) {
+        device.mountPaths = mountTable.pathsOf(device);
+        snapshot.insert(object_path(device.deviceFile), device);
     }
     return snapshot;
 }
@@ -150,7 +163,7 @@ QVariantMap DiskService::propertiesOf(const QString& path) const
     if (path == kPath) {
         return {{"DaemonVersion", QStringLiteral(VANTRELLE_VERSION)}};
     }
-    return snapshot_.value(path);
+    return snapshot_.contains(path) ? device_properties(snapshot_.value(path)) : QVariantMap();
 }
 
 QDBusMessage DiskService::answer(const QDBusMessage& call, const QDBusConnection& bus)
@@ -166,6 +179,11 @@ QDBusMessage DiskService::answer(const QDBusMessage& call, const QDBusConnection
     }
     if (path == kPath && is_call_of(call, kServiceInterface, "EnumerateDevices")) {
         return enumerateDevices(call, bus);
+    }
+    for (const char* member : {"FilesystemMount", "FilesystemUnmount"}) {
+        if (snapshot_.contains(path) && is_call_of(call, kDeviceInterface, member)) {
+            return answerDevice(call, bus);
+        }
     }
     const QString interface = call.interface();
     if (!interface.isEmpty() && interface != interfaceOf(path) &&
@@ -212,4 +230,39 @@ QDBusMessage DiskService::enumerateDevices(const QDBusMessage& call, const QDBus
         paths += QDBusObjectPath(path);
     }
     return call.createReply(QVariant::fromValue(paths));
+}
+
+QDBusMessage DiskService::answerDevice(const QDBusMessage& call, const QDBusConnection& bus)
+{
+    static const QMap<QString, QString> kSignatures{{"FilesystemMount", "sas"},
+                                                    {"FilesystemUnmount", "as"}};
+    if (call.signature() != kSignatures.value(call.member())) {
+        return wrong_arguments(call);
+    }
+    const QDBusMessage reply = mountOrUnmount(call);
+    // Also after a failure, whose reason may be a mount that another program made.
+    DeviceRecord& device = snapshot_[call.path()];
+    std::vector<std::string> paths = MountTable().pathsOf(device);
+    if (std::exchange(device.mountPaths, paths) != paths) {
+        announce(bus, "DeviceChanged", call.path());
+    }
+    return reply;
+}
+
+QDBusMessage DiskService::mountOrUnmount(const QDBusMessage& call)
+{
+    const DeviceRecord device = snapshot_.value(call.path());
+    const QList<QVariant> arguments = call.arguments();
+    const QStringList options = arguments.last().toStringList();
+    try {
+        if (call.member() == "FilesystemMount") {
+            const QString type = arguments.first().toString();
+            return call.createReply(bus_text(mounter_.mount(device, type, options)));
+        }
+        mounter_.unmount(device, options);
+        return call.createReply();
+    } catch (const MountFailure& failure) {
+        return call.createErrorReply(failure.name(),
+                                     bus_text(device.deviceFile + ": " + failure.what()));
+    }
 }

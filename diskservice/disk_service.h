@@ -1,6 +1,7 @@
 #pragma once
 
 #include "diskservice/device_record.h"
+#include "diskservice/mounter.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -13,7 +14,8 @@
 ///
 /// A snapshot is taken at the start and by each call of EnumerateDevices, and at no other
 /// time: what a client learns about the devices stays as it is while it asks for them one
-/// after the other. What a new snapshot changes is also sent as signals.
+/// after the other. Only where a device is mounted is looked up again after each call that
+/// mounts or unmounts it. What changes is also sent as signals.
 class DiskService : public QDBusVirtualObject {
     Q_OBJECT
 
@@ -33,8 +35,8 @@ signals:
     void busLost();
 
 private:
-    /// The properties of every device, by object path.
-    using Snapshot = QMap<QString, QVariantMap>;
+    /// Every device, by object path.
+    using Snapshot = QMap<QString, DeviceRecord>;
 
     [[nodiscard]] Snapshot takeSnapshot() const;
     [[nodiscard]] bool isObject(const QString& path) const;
@@ -44,7 +46,10 @@ private:
     [[nodiscard]] QDBusMessage answerProperties(const QDBusMessage& call) const;
     [[nodiscard]] QDBusMessage enumerateDevices(const QDBusMessage& call,
                                                 const QDBusConnection& bus);
+    [[nodiscard]] QDBusMessage answerDevice(const QDBusMessage& call, const QDBusConnection& bus);
+    [[nodiscard]] QDBusMessage mountOrUnmount(const QDBusMessage& call);
 
     DeviceSource source_;
+    Mounter mounter_;
     Snapshot snapshot_;
 };

@@ -1,5 +1,7 @@
 #include "diskservice/image_source.h"
 
+#include "diskservice/descriptor.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -11,25 +13,6 @@
 #include <utility>
 
 namespace {
-
-// Closes on every way out.
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-    ~Descriptor()
-    {
-        if (descriptor_ >= 0) {
-            ::close(descriptor_);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    [[nodiscard]] int get() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
 
 std::string system_text(const std::string& action)
 {
@@ -78,6 +61,12 @@ bool is_settled(const struct stat& status)
 }
 
 } // namespace
+
+ImageRange image_range(const DeviceRecord& device)
+{
+    return device.place ? ImageRange{device.place->driveDeviceFile, device.place->entry.offsetBytes}
+                        : ImageRange{device.deviceFile, 0};
+}
 
 std::vector<DeviceRecord> ImageSource::operator()()
 {

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <ctime>
 #include <map>
 #include <set>
@@ -14,6 +15,15 @@
 #include <tuple>
 #include <utility>
 #include <vector>
+
+/// A place in an image file.
+struct ImageRange {
+    std::string path;
+    std::uint64_t offsetBytes = 0;
+};
+
+/// Where a device of ImageSource lies: its image, and the partition's start in it.
+ImageRange image_range(const DeviceRecord& device);
 
 /// The source of devices that are image files: each image is a drive, and the partitions
 /// that libblkid finds inside it are devices of their own. Their device files ("/x/a.img1")

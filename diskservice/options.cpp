@@ -5,7 +5,8 @@
 
 const char* const kHelpText =
     R"(Usage: diskservice --image FILE[,model=TEXT][,serial=TEXT][,sector-size=512|4096][,optical]...
-Lists drives and their partitions on the system message bus, as org.freedesktop.UDisks.
+Lists drives and their partitions on the system message bus, as org.freedesktop.UDisks,
+and mounts their file systems below /media when a client asks it to.
 
   --image FILE[,...]  serve the image file as a drive; may be given several times
       model=TEXT        the drive's model

@@ -2,11 +2,18 @@
 
 #include <QDBusMessage>
 #include <QDBusObjectPath>
+#include <QDir>
 #include <QFile>
 #include <QRegularExpression>
 #include <QSet>
 #include <QStandardPaths>
 #include <QXmlStreamReader>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 namespace {
 
@@ -16,6 +23,8 @@ const QString kDevice = "org.freedesktop.UDisks.Device";
 const QString kGet = "org.freedesktop.DBus.Properties.Get";
 const QString kGetAll = "org.freedesktop.DBus.Properties.GetAll";
 const QString kIntrospect = "org.freedesktop.DBus.Introspectable.Introspect";
+const QString kMount = kDevice + ".FilesystemMount";
+const QString kUnmount = kDevice + ".FilesystemUnmount";
 const QString kEnumerate = kName + ".EnumerateDevices";
 constexpr qulonglong kMiB = 1 << 20;
 
@@ -24,7 +33,7 @@ const QByteArray kMbrTable = "label: dos\n"
                              "start=84000, size=16384, type=83\n"
                              "start=102400, size=20480, type=5\n"
                              "start=104448, size=8192, type=82\n";
-const QByteArray kGptCommands = "g\nn\n3\n\n+20M\nw\n";
+const QByteArray kGptCommands = "g\nn\n3\n\n+20M\nn\n4\n\n+20M\nw\n";
 const QByteArray kFatLabel = "HOSTILE    ";
 const QByteArray kHostileLabel = "\xFF<%2&\"\xC3   x";
 
@@ -45,6 +54,14 @@ bool replace_text(const QString& path, const QByteArray& before, const QByteArra
     QByteArray bytes = file.readAll();
     return isOpen && bytes.contains(before) && file.seek(0) &&
            file.write(bytes.replace(before, after)) == file.size();
+}
+
+// Takes this program and what it starts to mounts of their own, with an empty /media.
+bool has_own_mounts()
+{
+    return ::geteuid() == 0 && QFile::exists("/dev/loop-control") && ::unshare(CLONE_NEWNS) == 0 &&
+           ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           ::mount("none", "/media", "tmpfs", 0, nullptr) == 0;
 }
 
 QSet<QString> options_in(const QByteArray& text)
@@ -80,6 +97,10 @@ private slots:
     void introspectionIsWellFormedEverywhere();
     void manualNamesTheOptionsOfHelp();
     void lossOfTheBusEndsTheService();
+    void mountingWithoutRootIsDenied();
+    void fileSystemIsMountedAndUnmounted_data();
+    void fileSystemIsMountedAndUnmounted();
+    void mountMadeByOthersIsSeen();
     void snapshotStaysUntilTheNextEnumeration();
     void changeOfAFileThatWasAtRestIsSeen();
     void terminationIsCleanEnd();
@@ -123,7 +144,23 @@ private:
         return qdbus_cast<QVariantMap>(reply).value(property);
     }
 
+    // The logical sector size of every loop device that lies on the images.
+    [[nodiscard]] QList<int> loopDevices() const
+    {
+        QList<int> sizes;
+        for (const QString& loop : QDir("/sys/block").entryList({"loop*"})) {
+            QFile backing("/sys/block/" + loop + "/loop/backing_file");
+            QFile size("/sys/block/" + loop + "/queue/logical_block_size");
+            if (backing.open(QIODevice::ReadOnly) && size.open(QIODevice::ReadOnly) &&
+                backing.readAll().startsWith(images_.path().toUtf8())) {
+                sizes += size.readAll().trimmed().toInt();
+            }
+        }
+        return sizes;
+    }
+
     QTemporaryDir images_;
+    bool canMount_ = false;
     PrivateBus bus_;
     ServiceProcess service_;
     QDBusConnection connection_{QString()};
@@ -138,6 +175,7 @@ void DiskServiceTest::initTestCase()
             QSKIP(qPrintable(QString(tool) + " is not installed"));
         }
     }
+    canMount_ = has_own_mounts();
     const QString mbr = file("used,1.img");
     QVERIFY(run("truncate", {"-s67108964", mbr}) && run("sfdisk", {"-q", mbr}, kMbrTable));
     QVERIFY(run("mkfs.fat", {"-F32", "-n", "HOSTILE", "--offset=2048", mbr, "40960"}));
@@ -146,6 +184,8 @@ void DiskServiceTest::initTestCase()
     const QString gpt = file("big4");
     QVERIFY(run("truncate", {"-s64M", gpt}) && run("fdisk", {"-b4096", gpt}, kGptCommands));
     QVERIFY(run("mkfs.fat", {"-F16", "-s1", "-S4096", "--offset=256", gpt, "20480"}));
+    QVERIFY(run("mke2fs", {"-qt", "ext4", "-b4096", "-L../\x01\u00e9\u0416", "-E",
+                           "offset=22020096", gpt, "20M"}));
     QVERIFY(run("mke2fs", {"-q", "-Lwhole", file("disc"), "8M"}));
     QVERIFY(run("truncate", {"-s0", file("empty")}));
 
@@ -217,7 +257,11 @@ void DiskServiceTest::error_data()
     QTest::addColumn<QString>("name");
     const auto row = [](const char* name, const QString& path, const QString& member,
                         const QVariantList& arguments, const QString& error) {
-        QTest::newRow(name) << path << member << arguments << error;
+        QTest::newRow(name) << path << member << arguments << "DBus.Error." + error;
+    };
+    const auto refused = [](const char* name, const QString& path, const QString& member,
+                            const QVariantList& arguments, const QString& error) {
+        QTest::newRow(name) << path << member << arguments << "UDisks.Error." + error;
     };
     const QString drive = object("empty");
     row("a device that is not there", object("missing"), kGetAll, {kDevice}, "UnknownObject");
@@ -226,8 +270,18 @@ void DiskServiceTest::error_data()
     row("another property", drive, kGet, {kDevice, "Size"}, "UnknownProperty");
     row("a missing argument", drive, kGet, {kDevice}, "InvalidArgs");
     row("an argument of another type", drive, kGetAll, {7}, "InvalidArgs");
-    row("another method", drive, kDevice + ".FilesystemMount", {"", ""}, "UnknownMethod");
+    row("another method", drive, kDevice + ".FilesystemCheck", {}, "UnknownMethod");
     row("a method of another object", drive, kEnumerate, {}, "UnknownInterface");
+    row("a mount without options", drive, kMount, {""}, "InvalidArgs");
+    const QStringList none;
+    const QString ext4 = object("big4p4");
+    refused("an unsafe option", ext4, kMount, {"", QStringList("suid")}, "InvalidOption");
+    refused("one behind a comma", ext4, kMount, {"", QStringList("ro,dev")}, "InvalidOption");
+    refused("a type of no drive", ext4, kMount, {"tmpfs", none}, "FilesystemDriverMissing");
+    refused("no file system", object("big4"), kMount, {"", none}, "Failed");
+    refused("no medium", drive, kMount, {"", none}, "Failed");
+    refused("an unmount of what is not mounted", ext4, kUnmount, {none}, "Failed");
+    refused("a forced unmount", ext4, kUnmount, {QStringList("force")}, "InvalidOption");
 }
 
 void DiskServiceTest::error()
@@ -236,7 +290,7 @@ void DiskServiceTest::error()
     QFETCH(QString, member);
     QFETCH(QVariantList, arguments);
     QFETCH(QString, name);
-    QCOMPARE(call(path, member, arguments).errorName(), "org.freedesktop.DBus.Error." + name);
+    QCOMPARE(call(path, member, arguments).errorName(), "org.freedesktop." + name);
 }
 
 void DiskServiceTest::commandLine_data()
@@ -271,7 +325,7 @@ void DiskServiceTest::commandLine()
 void DiskServiceTest::introspectionIsWellFormedEverywhere()
 {
     const QSet<QString> devices = enumerate();
-    QCOMPARE(devices.size(), 9);
+    QCOMPARE(devices.size(), 10);
     QSet<QString> children;
     for (const QString& path : devices + QSet<QString>{kPath, kPath + "/devices"}) {
         QXmlStreamReader xml(call(path, kIntrospect).arguments().value(0).toString());
@@ -313,6 +367,87 @@ void DiskServiceTest::lossOfTheBusEndsTheService()
     QVERIFY(service.says("system bus: connect: "));
 }
 
+void DiskServiceTest::mountingWithoutRootIsDenied()
+{
+    if (::geteuid() == 0) {
+        QSKIP("this test runs as root");
+    }
+    const QDBusMessage reply = call(object("big4p4"), kMount, {"", QStringList()});
+    QCOMPARE(reply.errorName(), kName + ".Error.PermissionDenied");
+    QVERIFY2(reply.errorMessage().contains("as root"), qPrintable(reply.errorMessage()));
+}
+
+void DiskServiceTest::fileSystemIsMountedAndUnmounted_data()
+{
+    if (!canMount_) {
+        QSKIP("mounting needs root, loop devices and /media");
+    }
+    QTest::addColumn<QString>("device");
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QString>("directory");
+    QTest::addColumn<bool>("isReadOnly");
+    const auto row = [](const char* name, const QString& device, const QStringList& options,
+                        const QString& directory, bool isReadOnly) {
+        QTest::newRow(name) << device << options << "/media/" + directory << isReadOnly;
+    };
+    row("an odd label in large sectors", "big4p4", {}, "_.__\u00e9_", false);
+    QVERIFY(QDir().mkpath("/media/linux"));
+    row("a label that is taken", "used,1.img2", {"noexec", "ro"}, "linux1", true);
+    row("an optical disc", "disc", {}, "whole", true);
+    row("no label", "big4p3", {}, value("big4p3", "IdUuid").toString(), false);
+}
+
+void DiskServiceTest::fileSystemIsMountedAndUnmounted()
+{
+    QFETCH(QString, device);
+    QFETCH(QStringList, options);
+    QFETCH(QString, directory);
+    QFETCH(bool, isReadOnly);
+    signals_.clear();
+    const QDBusMessage mounted = call(object(device), kMount, {"", options});
+    if (mounted.errorName().endsWith("DriverMissing")) {
+        QCOMPARE(QDir("/media").entryList(QDir::NoDotAndDotDot | QDir::Dirs), {"linux"});
+        QSKIP("this kernel has no driver for it");
+    }
+    QCOMPARE(mounted.arguments().value(0), QVariant(directory));
+    QCOMPARE(value(device, "DeviceMountPaths"), QVariant(QStringList(directory)));
+    QCOMPARE(call(object(device), kMount, {"", options}).errorName(), kName + ".Error.Failed");
+    struct statvfs status = {};
+    QCOMPARE(::statvfs(qPrintable(directory), &status), 0);
+    QVERIFY((status.f_flag & ST_NOSUID) != 0 && (status.f_flag & ST_NODEV) != 0);
+    QCOMPARE((status.f_flag & ST_RDONLY) != 0, isReadOnly);
+    QCOMPARE(loopDevices(), {value(device, "DeviceBlockSize").toInt()});
+
+    const int held = ::open(qPrintable(directory), O_RDONLY);
+    const QDBusMessage busy = call(object(device), kUnmount, {QStringList()});
+    ::close(held);
+    QCOMPARE(busy.errorName(), kName + ".Error.Busy");
+    QCOMPARE(call(object(device), kUnmount, {QStringList()}).errorMessage(), QString());
+    QCOMPARE(value(device, "DeviceIsMounted"), QVariant(false));
+    QVERIFY(!QFile::exists(directory));
+    QTRY_COMPARE(loopDevices(), QList<int>());
+    QTRY_COMPARE(signals_, QStringList(2, "DeviceChanged " + object(device)));
+}
+
+void DiskServiceTest::mountMadeByOthersIsSeen()
+{
+    if (!canMount_) {
+        QSKIP("mounting needs root, loop devices and /media");
+    }
+    signals_.clear();
+    QVERIFY(QDir().mkpath(file("elsewhere")));
+    QVERIFY(run("mount", {"-oro,loop,offset=43008000,sizelimit=8388608", file("used,1.img"),
+                          file("elsewhere")}));
+    enumerate();
+    QCOMPARE(value("used,1.img2", "DeviceMountPaths"), QVariant(QStringList(file("elsewhere"))));
+    QCOMPARE(value("used,1.img", "DeviceIsMounted"), QVariant(false));
+    QCOMPARE(call(object("used,1.img2"), kUnmount, {QStringList()}).errorMessage(), QString());
+    QVERIFY(QFile::exists(file("elsewhere")) && QFile::exists("/media/linux"));
+    QTRY_COMPARE(signals_, QStringList(2, "DeviceChanged " + object("used,1.img2")));
+    QTRY_COMPARE(loopDevices(), QList<int>());
+    signals_.clear();
+}
+
 void DiskServiceTest::snapshotStaysUntilTheNextEnumeration()
 {
     const QSet<QString> before = enumerate();
@@ -352,7 +487,17 @@ void DiskServiceTest::changeOfAFileThatWasAtRestIsSeen()
 
 void DiskServiceTest::terminationIsCleanEnd()
 {
+    const QString directory = "/media/_.__\u00e9_";
+    int held = -1;
+    if (canMount_) {
+        const QDBusMessage mounted = call(object("big4p4"), kMount, {"", QStringList()});
+        QCOMPARE(mounted.arguments().value(0), QVariant(directory));
+        held = ::open(qPrintable(directory), O_RDONLY);
+    }
     QCOMPARE(service_.end(SIGTERM), 0);
+    ::close(held);
+    QVERIFY(!QFile::exists(directory));
+    QTRY_COMPARE(loopDevices(), QList<int>());
 }
 
 QTEST_GUILESS_MAIN(DiskServiceTest)
