@@ -9,6 +9,9 @@ class FinishPage : public QWizardPage {
 public:
     explicit FinishPage(QWidget* parent);
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private slots:
     void restartComputer();
     void shutdownComputer();
