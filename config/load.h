@@ -7,7 +7,7 @@ namespace config {
 /// How many lists and objects may lie inside one another, the outermost (a bare member list
 /// too) counted. Deeper text is an error. Reading, copying and destroying a tree recurse
 /// once a level, and whoever types a text must not be able to exhaust the stack: at this
-/// depth an unoptimized build with the address sanitizer stays below 2 MiB.
+/// depth an unoptimized build with the address sanitizer stays below 1 MiB.
 inline constexpr int kMaxDepth = 1000;
 
 /// Reads a zero-terminated document text, a strict dialect of JSON (RFC 8259):

@@ -24,11 +24,13 @@ Probe make_probe(const ProbeRange& range)
     Probe probe(blkid_new_probe());
     if (!probe || blkid_probe_set_device(probe.get(), range.descriptor,
                                          static_cast<blkid_loff_t>(range.offsetBytes),
-                                         static_cast<blkid_loff_t>(range.sizeBytes)) != 0)
+                                         static_cast<blkid_loff_t>(range.sizeBytes)) != 0) {
         throw ProbeFailure("cannot be probed");
+    }
     // Only now: set_device resets it.
-    if (blkid_probe_set_sectorsize(probe.get(), range.sectorSizeBytes) != 0)
+    if (blkid_probe_set_sectorsize(probe.get(), range.sectorSizeBytes) != 0) {
         throw ProbeFailure("cannot be probed with its sector size");
+    }
     return probe;
 }
 
@@ -40,25 +42,29 @@ std::string text_or_empty(const char* text)
 std::string probed_value(const Probe& probe, const char* name)
 {
     const char* text = nullptr;
-    if (blkid_probe_lookup_value(probe.get(), name, &text, nullptr) != 0)
+    if (blkid_probe_lookup_value(probe.get(), name, &text, nullptr) != 0) {
         return {};
+    }
     return text_or_empty(text);
 }
 
 std::string scheme_name(const char* blkidName)
 {
     const std::string_view name = blkidName ? blkidName : "";
-    if (name == "dos")
+    if (name == "dos") {
         return "mbr";
-    if (name == "mac")
+    }
+    if (name == "mac") {
         return "apm";
+    }
     return std::string(name);
 }
 
 std::string type_name(blkid_partition partition)
 {
-    if (const char* name = blkid_partition_get_type_string(partition))
+    if (const char* name = blkid_partition_get_type_string(partition)) {
         return name;
+    }
     std::array<char, 16> text{};
     std::snprintf(text.data(), text.size(), "0x%02x",
                   static_cast<unsigned>(blkid_partition_get_type(partition)));
@@ -72,8 +78,9 @@ std::optional<PartitionEntry> table_entry(blkid_partition partition, std::uint64
     const std::uint64_t driveUnits = driveBytes / kTableUnitBytes;
     const auto start = static_cast<std::uint64_t>(blkid_partition_get_start(partition));
     const auto length = static_cast<std::uint64_t>(blkid_partition_get_size(partition));
-    if (start >= driveUnits || length == 0)
+    if (start >= driveUnits || length == 0) {
         return std::nullopt;
+    }
     PartitionEntry entry;
     entry.number = blkid_partition_get_partno(partition);
     entry.offsetBytes = start * kTableUnitBytes;
@@ -97,10 +104,12 @@ Content probe_content(const ProbeRange& range)
                                                        BLKID_SUBLKS_LABEL);
     // 1 is nothing found, -2 is several kinds found.
     const int result = blkid_do_safeprobe(probe.get());
-    if (result == -1)
+    if (result == -1) {
         throw ProbeFailure("its contents cannot be read");
-    if (result != 0)
+    }
+    if (result != 0) {
         return {};
+    }
     return {probed_value(probe, "USAGE"), probed_value(probe, "TYPE"),
             probed_value(probe, "VERSION"), probed_value(probe, "UUID"),
             probed_value(probe, "LABEL")};
@@ -112,16 +121,19 @@ std::optional<PartitionTable> probe_partition_table(const ProbeRange& drive)
     blkid_probe_enable_superblocks(probe.get(), 0);
     blkid_probe_enable_partitions(probe.get(), 1);
     const int result = blkid_do_safeprobe(probe.get());
-    if (result == -1)
+    if (result == -1) {
         throw ProbeFailure("its partition table cannot be read");
+    }
     blkid_partlist list = result == 0 ? blkid_probe_get_partitions(probe.get()) : nullptr;
     blkid_parttable found = list ? blkid_partlist_get_table(list) : nullptr;
-    if (!found)
+    if (!found) {
         return std::nullopt;
+    }
     PartitionTable table{scheme_name(blkid_parttable_get_type(found)), {}};
     for (int i = 0; i < blkid_partlist_numof_partitions(list); ++i) {
-        if (auto entry = table_entry(blkid_partlist_get_partition(list, i), drive.sizeBytes))
+        if (auto entry = table_entry(blkid_partlist_get_partition(list, i), drive.sizeBytes)) {
             table.entries.push_back(std::move(*entry));
+        }
     }
     return table;
 }

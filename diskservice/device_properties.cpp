@@ -27,8 +27,9 @@ QVariant bus_size(std::uint64_t value)
 QStringList bus_texts(const std::vector<std::string>& list)
 {
     QStringList texts;
-    for (const std::string& bytes : list)
+    for (const std::string& bytes : list) {
         texts += bus_text(bytes);
+    }
     return texts;
 }
 
@@ -104,15 +105,17 @@ QString object_path(const std::string& deviceFile)
     constexpr std::string_view kDeviceFolder = "/dev/";
     constexpr std::string_view kHexDigits = "0123456789abcdef";
     std::string_view rest = deviceFile;
-    if (rest.starts_with(kDeviceFolder))
+    if (rest.starts_with(kDeviceFolder)) {
         rest.remove_prefix(kDeviceFolder.size());
+    }
     std::string name;
     for (const char c : rest) {
         const auto byte = static_cast<unsigned char>(c);
-        if (is_ascii_letter_or_digit(c))
+        if (is_ascii_letter_or_digit(c)) {
             name += c;
-        else
+        } else {
             name += {'_', kHexDigits[byte >> 4U], kHexDigits[byte & 0xFU]};
+        }
     }
     return kDevicesPath + '/' + QString::fromStdString(name);
 }

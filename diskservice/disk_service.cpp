@@ -52,9 +52,10 @@ QDBusMessage unknown_interface(const QDBusMessage& call, const QString& interfac
 QString property_elements(const QVariantMap& properties)
 {
     QString xml;
-    for (auto it = properties.cbegin(); it != properties.cend(); ++it)
+    for (auto it = properties.cbegin(); it != properties.cend(); ++it) {
         xml += "    <property name=\"" + it.key() + "\" type=\"" +
                QDBusMetaType::typeToSignature(it.value().metaType()) + "\" access=\"read\"/>\n";
+    }
     return xml;
 }
 
@@ -70,14 +71,16 @@ void announce_changes(const QDBusConnection& bus, const QMap<QString, QVariantMa
                       const QMap<QString, QVariantMap>& now)
 {
     for (const QString& path : before.keys()) {
-        if (!now.contains(path))
+        if (!now.contains(path)) {
             announce(bus, "DeviceRemoved", path);
+        }
     }
     for (auto it = now.cbegin(); it != now.cend(); ++it) {
-        if (!before.contains(it.key()))
+        if (!before.contains(it.key())) {
             announce(bus, "DeviceAdded", it.key());
-        else if (before.value(it.key()) != it.value())
+        } else if (before.value(it.key()) != it.value()) {
             announce(bus, "DeviceChanged", it.key());
+        }
     }
 }
 
@@ -92,34 +95,40 @@ DiskService::DiskService(DeviceSource source)
 QString DiskService::introspect(const QString& path) const
 {
     QString xml;
-    if (const QString interface = interfaceOf(path); !interface.isEmpty())
+    if (const QString interface = interfaceOf(path); !interface.isEmpty()) {
         xml += "  <interface name=\"" + interface + "\">\n" +
                (path == kPath ? kServiceMembers : QString()) +
                property_elements(propertiesOf(path)) + kNoChangeSignal + "  </interface>\n";
-    if (path == kPath)
+    }
+    if (path == kPath) {
         xml += "  <node name=\"devices\"/>\n";
+    }
     if (path == kDevicesPath) {
-        for (const QString& device : snapshot_.keys())
+        for (const QString& device : snapshot_.keys()) {
             xml += "  <node name=\"" + device.mid(kDevicesPath.size() + 1) + "\"/>\n";
+        }
     }
     return xml;
 }
 
 bool DiskService::handleMessage(const QDBusMessage& call, const QDBusConnection& bus)
 {
-    if (isObject(call.path()) && is_call_of(call, kIntrospectionInterface, "Introspect"))
+    if (isObject(call.path()) && is_call_of(call, kIntrospectionInterface, "Introspect")) {
         return false; // Qt answers, through introspect().
+    }
     const QDBusMessage reply = answer(call, bus);
-    if (call.isReplyRequired())
+    if (call.isReplyRequired()) {
         bus.send(reply);
+    }
     return true;
 }
 
 DiskService::Snapshot DiskService::takeSnapshot() const
 {
     Snapshot snapshot;
-    for (const DeviceRecord& device : source_())
+    for (const DeviceRecord& device : source_()) {
         snapshot.insert(object_path(device.deviceFile), device_properties(device));
+    }
     return snapshot;
 }
 
@@ -130,64 +139,77 @@ bool DiskService::isObject(const QString& path) const
 
 QString DiskService::interfaceOf(const QString& path) const
 {
-    if (path == kPath)
+    if (path == kPath) {
         return kServiceInterface;
+    }
     return snapshot_.contains(path) ? kDeviceInterface : QString();
 }
 
 QVariantMap DiskService::propertiesOf(const QString& path) const
 {
-    if (path == kPath)
+    if (path == kPath) {
         return {{"DaemonVersion", QStringLiteral(VANTRELLE_VERSION)}};
+    }
     return snapshot_.value(path);
 }
 
 QDBusMessage DiskService::answer(const QDBusMessage& call, const QDBusConnection& bus)
 {
     const QString path = call.path();
-    if (!isObject(path))
+    if (!isObject(path)) {
         return call.createErrorReply(QDBusError::UnknownObject, "no such object: " + path);
-    for (const char* member : {"Get", "GetAll", "Set"}) {
-        if (is_call_of(call, kPropertiesInterface, member))
-            return answerProperties(call);
     }
-    if (path == kPath && is_call_of(call, kServiceInterface, "EnumerateDevices"))
+    for (const char* member : {"Get", "GetAll", "Set"}) {
+        if (is_call_of(call, kPropertiesInterface, member)) {
+            return answerProperties(call);
+        }
+    }
+    if (path == kPath && is_call_of(call, kServiceInterface, "EnumerateDevices")) {
         return enumerateDevices(call, bus);
+    }
     const QString interface = call.interface();
     if (!interface.isEmpty() && interface != interfaceOf(path) &&
-        interface != kPropertiesInterface && interface != kIntrospectionInterface)
+        interface != kPropertiesInterface && interface != kIntrospectionInterface) {
         return unknown_interface(call, interface);
+    }
     return call.createErrorReply(QDBusError::UnknownMethod, "no such method: " + call.member());
 }
 
 QDBusMessage DiskService::answerProperties(const QDBusMessage& call) const
 {
     static const QMap<QString, QString> kSignatures{{"Get", "ss"}, {"GetAll", "s"}, {"Set", "ssv"}};
-    if (call.signature() != kSignatures.value(call.member()))
+    if (call.signature() != kSignatures.value(call.member())) {
         return wrong_arguments(call);
+    }
     const QString interface = call.arguments().at(0).toString();
     // An empty interface name stands for any.
-    if (!interface.isEmpty() && interface != interfaceOf(call.path()))
+    if (!interface.isEmpty() && interface != interfaceOf(call.path())) {
         return unknown_interface(call, interface);
+    }
     const QVariantMap properties = propertiesOf(call.path());
-    if (call.member() == "GetAll")
+    if (call.member() == "GetAll") {
         return call.createReply(properties);
+    }
     const QString name = call.arguments().at(1).toString();
-    if (!properties.contains(name))
+    if (!properties.contains(name)) {
         return call.createErrorReply(QDBusError::UnknownProperty, "no such property: " + name);
-    if (call.member() == "Set")
+    }
+    if (call.member() == "Set") {
         return call.createErrorReply(QDBusError::PropertyReadOnly, "read-only: " + name);
+    }
     return call.createReply(QVariant::fromValue(QDBusVariant(properties.value(name))));
 }
 
 QDBusMessage DiskService::enumerateDevices(const QDBusMessage& call, const QDBusConnection& bus)
 {
-    if (!call.signature().isEmpty())
+    if (!call.signature().isEmpty()) {
         return wrong_arguments(call);
+    }
     const Snapshot before = std::exchange(snapshot_, takeSnapshot());
     announce_changes(bus, before, snapshot_);
     QList<QDBusObjectPath> paths;
-    for (const QString& path : snapshot_.keys())
+    for (const QString& path : snapshot_.keys()) {
         paths += QDBusObjectPath(path);
+    }
     return call.createReply(QVariant::fromValue(paths));
 }

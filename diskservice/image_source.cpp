@@ -18,8 +18,9 @@ public:
     explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
     ~Descriptor()
     {
-        if (descriptor_ >= 0)
+        if (descriptor_ >= 0) {
             ::close(descriptor_);
+        }
     }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
@@ -33,13 +34,6 @@ private:
 std::string system_text(const std::string& action)
 {
     return action + ": " + std::generic_category().message(errno);
-}
-
-// Named as the kernel names partitions: "sda1", but "nvme0n1p1" after a digit.
-std::string partition_device_file(const std::string& drive, int number)
-{
-    const bool endsInDigit = drive.back() >= '0' && drive.back() <= '9';
-    return drive + (endsInDigit ? "p" : "") + std::to_string(number);
 }
 
 DeviceRecord drive_record(const ImageOption& image, const struct stat& status)
@@ -62,11 +56,12 @@ DeviceRecord partition_record(const DeviceRecord& drive, const PartitionEntry& e
     // The kernel gives an extended partition room for a boot loader, not its contents.
     constexpr std::uint64_t kExtendedBytes = 1024;
     DeviceRecord partition;
-    partition.deviceFile = partition_device_file(drive.deviceFile, entry.number);
+    partition.deviceFile = partition_stem(drive.deviceFile) + std::to_string(entry.number);
     partition.sizeBytes = entry.sizeBytes;
-    if (entry.isExtended)
+    if (entry.isExtended) {
         partition.sizeBytes = std::min<std::uint64_t>(
             entry.sizeBytes, std::max<std::uint64_t>(kExtendedBytes, drive.blockSizeBytes));
+    }
     partition.blockSizeBytes = drive.blockSizeBytes;
     partition.isRemovable = drive.isRemovable;
     partition.isReadOnly = drive.isReadOnly;
@@ -88,11 +83,13 @@ std::vector<DeviceRecord> ImageSource::operator()()
 {
     const std::set<std::string> reported = std::exchange(problems_, {});
     std::vector<DeviceRecord> devices;
-    for (const ImageOption& image : images_)
+    for (const ImageOption& image : images_) {
         std::ranges::move(devicesOf(image), std::back_inserter(devices));
+    }
     for (const std::string& problem : problems_) {
-        if (!reported.contains(problem))
+        if (!reported.contains(problem)) {
             std::cerr << "diskservice: " << problem << std::endl;
+        }
     }
     return devices;
 }
@@ -112,13 +109,15 @@ std::vector<DeviceRecord> ImageSource::devicesOf(const ImageOption& image)
     const Stamp stamp{status.st_dev, status.st_ino, status.st_size, status.st_ctim.tv_sec,
                       status.st_ctim.tv_nsec};
     const auto known = remembered_.find(image.path);
-    if (known != remembered_.end() && known->second.stamp == stamp)
+    if (known != remembered_.end() && known->second.stamp == stamp) {
         return known->second.devices;
+    }
 
     const std::size_t problemsBefore = problems_.size();
     std::vector<DeviceRecord> devices = readDevices(image, status);
-    if (problems_.size() == problemsBefore && is_settled(status))
+    if (problems_.size() == problemsBefore && is_settled(status)) {
         remembered_[image.path] = {stamp, devices};
+    }
     return devices;
 }
 
@@ -126,17 +125,19 @@ std::vector<DeviceRecord> ImageSource::readDevices(const ImageOption& image,
                                                    const struct stat& status)
 {
     std::vector<DeviceRecord> devices{drive_record(image, status)};
-    if (status.st_size == 0)
+    if (status.st_size == 0) {
         return devices;
+    }
     const Descriptor descriptor(::open(image.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (descriptor.get() < 0) {
         note(image.path, system_text("open"));
         return devices;
     }
     readContents(devices.front(), descriptor.get());
-    if (devices.front().table)
+    if (devices.front().table) {
         std::ranges::move(readPartitions(devices.front(), descriptor.get()),
                           std::back_inserter(devices));
+    }
     return devices;
 }
 
@@ -145,15 +146,17 @@ void ImageSource::readContents(DeviceRecord& drive, int descriptor)
     const ProbeRange whole{descriptor, 0, drive.sizeBytes, drive.blockSizeBytes};
     try {
         // The kernel makes no partitions on an optical disc.
-        if (!drive.isOpticalDisc)
+        if (!drive.isOpticalDisc) {
             drive.table = probe_partition_table(whole);
+        }
     } catch (const ProbeFailure& failure) {
         note(drive.deviceFile, failure.what());
     }
     // A table without partitions may be the zeros of a file system's boot sector. Beside one
     // with partitions, what is left of an older file system means nothing.
-    if (!drive.table || drive.table->entries.empty())
+    if (!drive.table || drive.table->entries.empty()) {
         drive.content = contentOf(drive.deviceFile, whole);
+    }
 }
 
 std::vector<DeviceRecord> ImageSource::readPartitions(const DeviceRecord& drive, int descriptor)
@@ -161,10 +164,11 @@ std::vector<DeviceRecord> ImageSource::readPartitions(const DeviceRecord& drive,
     std::vector<DeviceRecord> partitions;
     for (const PartitionEntry& entry : drive.table->entries) {
         DeviceRecord partition = partition_record(drive, entry);
-        if (!entry.isExtended)
+        if (!entry.isExtended) {
             partition.content =
                 contentOf(partition.deviceFile,
                           {descriptor, entry.offsetBytes, entry.sizeBytes, drive.blockSizeBytes});
+        }
         partitions.push_back(std::move(partition));
     }
     return partitions;

@@ -47,7 +47,7 @@ int end_signals()
     sigemptyset(&endSignals);
     sigaddset(&endSignals, SIGTERM);
     sigaddset(&endSignals, SIGINT);
-    sigprocmask(SIG_BLOCK, &endSignals, nullptr);
+    pthread_sigmask(SIG_BLOCK, &endSignals, nullptr);
     return signalfd(-1, &endSignals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
@@ -56,27 +56,28 @@ QString acquire_name(const QDBusConnection& bus)
 {
     const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply =
         bus.interface()->registerService(DiskService::kBusName);
-    if (!reply.isValid())
+    if (!reply.isValid()) {
         return DiskService::kBusName + ": " + reply.error().message();
-    if (reply.value() != QDBusConnectionInterface::ServiceRegistered)
+    }
+    if (reply.value() != QDBusConnectionInterface::ServiceRegistered) {
         return DiskService::kBusName + ": another program has this name on the bus";
+    }
     return {};
 }
 
 ExitCode serve(const std::vector<ImageOption>& images, int argc, char** argv)
 {
     const int endDescriptor = end_signals();
+    if (endDescriptor < 0) {
+        return fail("signals: cannot be waited for");
+    }
     const QCoreApplication application(argc, argv);
     QDBusConnection bus = QDBusConnection::systemBus();
-    if (!bus.isConnected())
+    if (!bus.isConnected()) {
         return fail("system bus: connect: " + bus.lastError().message());
+    }
 
     DiskService service{ImageSource(images)};
-    if (!bus.registerVirtualObject(DiskService::kPath, &service, QDBusConnection::SubPath))
-        return fail(DiskService::kPath + ": cannot be registered");
-    if (const QString problem = acquire_name(bus); !problem.isEmpty())
-        return fail(problem);
-
     const QSocketNotifier endNotifier(endDescriptor, QSocketNotifier::Read);
     QObject::connect(&endNotifier, &QSocketNotifier::activated, &application,
                      [] { QCoreApplication::exit(static_cast<int>(ExitCode::Success)); });
@@ -85,6 +86,13 @@ ExitCode serve(const std::vector<ImageOption>& images, int argc, char** argv)
     QObject::connect(&service, &DiskService::busLost, &application, [] {
         QCoreApplication::exit(static_cast<int>(fail("the message bus has gone")));
     });
+
+    if (!bus.registerVirtualObject(DiskService::kPath, &service, QDBusConnection::SubPath)) {
+        return fail(DiskService::kPath + ": cannot be registered");
+    }
+    if (const QString problem = acquire_name(bus); !problem.isEmpty()) {
+        return fail(problem);
+    }
     return static_cast<ExitCode>(QCoreApplication::exec());
 }
 

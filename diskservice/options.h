@@ -14,6 +14,10 @@ struct ImageOption {
     bool isOptical = false;
 };
 
+/// What the device files of an image's partitions begin with, before the number. It is the
+/// kernel's rule: "sda1", but "nvme0n1p1" after a digit.
+std::string partition_stem(const std::string& image);
+
 /// What the command line asks for.
 struct Options {
     enum class Action { Serve, ShowHelp, ShowVersion };
