@@ -2,7 +2,7 @@
 #include "app/debug_log.h"
 #include "app/main_window.h"
 #include "app/program_config.h"
-#include "app/window_focus.h"
+#include "app/window_minder.h"
 
 #include <QApplication>
 
@@ -30,8 +30,8 @@ int main(int argc, char** argv)
     dbg_init(options.debugType.c_str(), 1);
     dbg_ostream() << "*** " << theProgramConfig().name() << " ***" << Qt::endl;
     settle_library_directory();
-    WindowFocus windowFocus;
-    application.installEventFilter(&windowFocus);
+    WindowMinder windowMinder;
+    application.installEventFilter(&windowMinder);
     MainWindow window(nullptr, options.desktop);
     return QApplication::exec();
 }

@@ -1,7 +1,8 @@
-#include "app/window_focus.h"
+#include "app/window_minder.h"
 
 #include <QApplication>
 #include <QEvent>
+#include <QPainter>
 #include <QWidget>
 
 namespace {
@@ -35,20 +36,44 @@ QWidget* next_window(const QWidget* parent)
     return lowest_visible_window();
 }
 
+void give_focus_below(const QWidget& window)
+{
+    if (QWidget* next = next_window(window.parentWidget())) {
+        next->activateWindow();
+    }
+}
+
+// A window manager's frame makes the outer size larger than the inner one.
+void draw_missing_frame(QWidget& window)
+{
+    if (window.parentWidget() == nullptr || window.frameGeometry() != window.geometry()) {
+        return;
+    }
+    QPainter painter(&window);
+    painter.setPen(window.palette().color(QPalette::Dark));
+    painter.drawRect(window.rect().adjusted(0, 0, -1, -1));
+}
+
 } // namespace
 
-bool WindowFocus::eventFilter(QObject* watched, QEvent* event)
+bool WindowMinder::eventFilter(QObject* watched, QEvent* event)
 {
     auto* window = qobject_cast<QWidget*>(watched);
     if (window == nullptr || !window->isWindow() || !takes_focus(*window)) {
         return false;
     }
-    if (event->type() == QEvent::Show) {
+    switch (event->type()) {
+    case QEvent::Show:
         window->activateWindow();
-    } else if (event->type() == QEvent::Hide) {
-        if (QWidget* next = next_window(window->parentWidget())) {
-            next->activateWindow();
-        }
+        break;
+    case QEvent::Hide:
+        give_focus_below(*window);
+        break;
+    case QEvent::Paint:
+        draw_missing_frame(*window);
+        break;
+    default:
+        break;
     }
     return false;
 }
