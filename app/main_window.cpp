@@ -4,6 +4,8 @@
 #include "app/message_box.h"
 #include "app/program_config.h"
 #include "app/system_command.h"
+#include "tools/mounter.h"
+#include "tools/wizard.h"
 #include "ui_main_window.h"
 #include "work/work_widget.h"
 
@@ -74,6 +76,8 @@ void MainWindow::fitToScreen()
 
 void MainWindow::connectActions()
 {
+    connect(ui->actionWizard, &QAction::triggered, this, &MainWindow::showWizard);
+    connect(ui->actionMounter, &QAction::triggered, this, &MainWindow::showMounter);
     connect(ui->actionDebugInformation, &QAction::triggered, this, &MainWindow::showDebug);
     connect(ui->actionSaveScreenshot, &QAction::triggered, this, &MainWindow::saveScreenshot);
     connect(ui->actionRestartComputer, &QAction::triggered, this,
@@ -94,6 +98,16 @@ void MainWindow::showMenu()
 {
     ui->menu->setActiveAction(ui->actionWizard);
     ui->menu->popup(mapToGlobal(QPoint(0, 0)));
+}
+
+void MainWindow::showWizard()
+{
+    (new Wizard(this))->show();
+}
+
+void MainWindow::showMounter()
+{
+    (new Mounter(this))->show();
 }
 
 void MainWindow::showDebug()

@@ -24,6 +24,8 @@ public:
 
 private slots:
     void showMenu();
+    void showWizard();
+    void showMounter();
     void showDebug();
     void saveScreenshot();
     void on_restartComputerButton_clicked();

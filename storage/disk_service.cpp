@@ -2,7 +2,6 @@
 
 #include <QDBusArgument>
 #include <QDBusConnection>
-#include <QDBusMessage>
 #include <QDBusMetaType>
 
 namespace disk_service {
@@ -29,13 +28,13 @@ QDBusConnection system_bus()
 }
 
 QDBusMessage call(const QString& path, const char* interface, const char* method,
-                  const QVariantList& arguments = {})
+                  const QVariantList& arguments = {}, QDBus::CallMode mode = QDBus::Block)
 {
     QDBusMessage message =
         QDBusMessage::createMethodCall(QString::fromLatin1(kService), path,
                                        QString::fromLatin1(interface), QString::fromLatin1(method));
     message.setArguments(arguments);
-    return system_bus().call(message);
+    return system_bus().call(message, mode);
 }
 
 void register_reply_type()
@@ -66,6 +65,20 @@ DeviceProperties device_properties(const QString& devicePath)
         return {};
     }
     return {{}, qdbus_cast<QVariantMap>(reply.arguments().constFirst())};
+}
+
+QVariant device_property(const QString& devicePath, const char* name)
+{
+    const QDBusMessage reply =
+        call(devicePath, kPropertiesInterface, "Get",
+             {QString::fromLatin1(kDeviceInterface), QString::fromLatin1(name)});
+    return reply.arguments().value(0).value<QDBusVariant>().variant();
+}
+
+QDBusMessage call_device_alive(const QString& devicePath, const char* method,
+                               const QVariantList& arguments)
+{
+    return call(devicePath, kDeviceInterface, method, arguments, QDBus::BlockWithGui);
 }
 
 } // namespace disk_service

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDBusError>
+#include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusReply>
 #include <QList>
@@ -21,5 +22,12 @@ struct DeviceProperties {
     QVariantMap values;
 };
 [[nodiscard]] DeviceProperties device_properties(const QString& devicePath);
+
+/// One property of a device, asked for by itself; invalid when the call failed.
+[[nodiscard]] QVariant device_property(const QString& devicePath, const char* name);
+
+/// Calls a method of a device while the user interface stays alive, and gives the reply.
+[[nodiscard]] QDBusMessage call_device_alive(const QString& devicePath, const char* method,
+                                             const QVariantList& arguments);
 
 } // namespace disk_service

@@ -1,0 +1,158 @@
+#include "storage/driver.h"
+
+#include "app/debug_log.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace {
+
+const char* const DBG_MODULE = "Driver";
+
+constexpr mode_t kCreationMode = 0644;
+
+std::string error_text()
+{
+    return std::generic_category().message(errno);
+}
+
+int open_flags(Driver::Mode mode)
+{
+    switch (mode) {
+    case Driver::Write:
+        return O_WRONLY | O_CREAT;
+    case Driver::ReadWrite:
+        return O_RDWR | O_CREAT;
+    default:
+        return O_RDONLY;
+    }
+}
+
+// Calls again when a signal interrupted it before anything was done.
+template <typename Call>
+auto uninterrupted(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+// The bytes that a read or write transferred; a failure is logged and counts as 0.
+unsigned long long transferred(ssize_t result, unsigned long long offset, unsigned long long length)
+{
+    if (result >= 0) {
+        return static_cast<unsigned long long>(result);
+    }
+    dbg_ostream(DBG_MODULE, __LINE__)
+        << ": " << offset << " " << length << " -1 " << error_text() << Qt::endl;
+    return 0;
+}
+
+} // namespace
+
+Driver::Driver(const char* device, unsigned long long sectorSize)
+    : path_(device), sectorSize_(sectorSize)
+{
+}
+
+Driver::~Driver()
+{
+    if (descriptor_ >= 0) {
+        close();
+    }
+}
+
+bool Driver::init(Mode mode)
+{
+    if (descriptor_ >= 0) {
+        close();
+    }
+    const int flags = open_flags(mode) | O_CLOEXEC;
+    descriptor_ = uninterrupted([&] { return ::open64(path_.c_str(), flags, kCreationMode); });
+    if (descriptor_ < 0) {
+        dbg_ostream(DBG_MODULE, __LINE__) << ": " << path_ << " " << error_text() << Qt::endl;
+        return false;
+    }
+    return measure();
+}
+
+unsigned long long Driver::size() const
+{
+    return size_;
+}
+
+unsigned long long Driver::sectorSize() const
+{
+    return sectorSize_;
+}
+
+unsigned long long Driver::readSectors(unsigned long long lba, unsigned long long count,
+                                       void* buffer)
+{
+    return readStd(lba * sectorSize_, buffer, count * sectorSize_) / sectorSize_;
+}
+
+unsigned long long Driver::writeSectors(unsigned long long lba, unsigned long long count,
+                                        const void* buffer)
+{
+    return writeStd(lba * sectorSize_, buffer, count * sectorSize_) / sectorSize_;
+}
+
+unsigned long long Driver::readStd(unsigned long long offset, void* buffer,
+                                   unsigned long long length)
+{
+    if (!seek(offset)) {
+        return 0;
+    }
+    const auto bytes = static_cast<std::size_t>(length);
+    return transferred(uninterrupted([&] { return ::read(descriptor_, buffer, bytes); }), offset,
+                       length);
+}
+
+unsigned long long Driver::writeStd(unsigned long long offset, const void* buffer,
+                                    unsigned long long length)
+{
+    if (!seek(offset)) {
+        return 0;
+    }
+    const auto bytes = static_cast<std::size_t>(length);
+    return transferred(uninterrupted([&] { return ::write(descriptor_, buffer, bytes); }), offset,
+                       length);
+}
+
+bool Driver::close()
+{
+    if (::close(descriptor_) != 0) {
+        dbg_ostream(DBG_MODULE, __LINE__) << ": " << error_text() << Qt::endl;
+        return false;
+    }
+    descriptor_ = -1;
+    return true;
+}
+
+bool Driver::measure()
+{
+    const off64_t end = ::lseek64(descriptor_, 0, SEEK_END);
+    if (end < 0) {
+        dbg_ostream(DBG_MODULE, __LINE__) << ": " << path_ << " " << error_text() << Qt::endl;
+        close();
+        return false;
+    }
+    size_ = static_cast<unsigned long long>(end);
+    return true;
+}
+
+bool Driver::seek(unsigned long long offset)
+{
+    const auto position = static_cast<off64_t>(offset);
+    if (::lseek64(descriptor_, position, SEEK_SET) == position && position >= 0) {
+        return true;
+    }
+    dbg_ostream(DBG_MODULE, __LINE__) << ": " << offset << " " << error_text() << Qt::endl;
+    return false;
+}

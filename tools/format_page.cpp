@@ -1,0 +1,160 @@
+#include "tools/format_page.h"
+
+#include "app/abandon.h"
+#include "app/debug_log.h"
+#include "app/display_helpers.h"
+#include "app/message_box.h"
+#include "app/program_config.h"
+#include "erase/helper_program.h"
+#include "erase/postwipe_image.h"
+#include "tools/horizontal_line.h"
+#include "tools/selected_drive.h"
+
+#include <QLabel>
+#include <QProgressDialog>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace {
+
+const char* const DBG_MODULE = "Format";
+
+constexpr int kStartWaitMs = 30000;
+
+void log_output(const char* stream, const QByteArray& output)
+{
+    QString text = QString::fromLatin1(output.constData()); // up to the first zero byte
+    if (text.endsWith(QLatin1Char('\n'))) {
+        text.chop(1);
+    }
+    dbg_ostream(DBG_MODULE, __LINE__) << ": " << stream << ": " << text << Qt::endl;
+}
+
+} // namespace
+
+FormatPage::FormatPage(QWidget* parent) : QWizardPage(parent), driveLabel_(new QLabel(this))
+{
+    setTitle(tr("Format Drive"));
+    auto* button = new QPushButton(tr("&Format Drive"), this);
+    button->setDefault(false);
+    button->setAutoDefault(false);
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(driveLabel_);
+    layout->addWidget(horizontal_line(this));
+    layout->addWidget(new QLabel(
+        tr("Click [Format Drive] button to format all drive as a bootable FAT32 partition\n"
+           "with %1 logo screen. Later this partition can be used as a file storage.")
+            .arg(QString::fromLatin1(theProgramConfig().name())),
+        this));
+    layout->addWidget(button);
+    connect(button, &QPushButton::clicked, this, &FormatPage::format);
+}
+
+FormatPage::~FormatPage()
+{
+    processClear();
+}
+
+void FormatPage::initializePage()
+{
+    driveLabel_->setText(drive_label(sDrive));
+}
+
+void FormatPage::format()
+{
+    if (!confirm_media_overwriting(this, title())) {
+        return;
+    }
+    QString error;
+    const QString imagePath = create_postwipe_image_file(sDrive, false, &error);
+    if (imagePath.isEmpty()) {
+        message_box::show(this, QMessageBox::Critical, title(), error);
+        return;
+    }
+    processClear();
+    startProcess(imagePath);
+    if (!process_->waitForStarted(kStartWaitMs)) {
+        dbg_ostream(DBG_MODULE, __LINE__) << ": " << process_->errorString() << Qt::endl;
+        processClear();
+        message_box::show(this, QMessageBox::Critical, title(), tr("Format failed"));
+        return;
+    }
+    runProgressDialog();
+}
+
+void FormatPage::startProcess(const QString& imagePath)
+{
+    process_ = new QProcess(this);
+    connect(process_, &QProcess::readyReadStandardOutput, this, &FormatPage::processStandardOutput);
+    connect(process_, &QProcess::readyReadStandardError, this, &FormatPage::processStandardError);
+    connect(process_, &QProcess::finished, this, &FormatPage::processFinished);
+    const QString program = helper_program("format");
+    const QStringList arguments{QString::fromLatin1(sDrive.device()), imagePath};
+    dbg_ostream(DBG_MODULE, __LINE__)
+        << ": start: " << program << " " << arguments.join(QLatin1Char(' ')) << Qt::endl;
+    process_->start(program, arguments, QIODevice::ReadWrite);
+}
+
+// The dialog's loop ends when the helper's end deletes the dialog.
+void FormatPage::runProgressDialog()
+{
+    progressDialog_ = new QProgressDialog(tr("Please wait..."), tr("Interrupt"), 0, 0, this);
+    progressDialog_->setWindowTitle(title());
+    progressDialog_->setWindowModality(Qt::WindowModal);
+    progressDialog_->setMinimumDuration(0);
+    connect(progressDialog_, &QProgressDialog::canceled, this, &FormatPage::processCancelled);
+    cancelled_ = false;
+    progressDialog_->exec();
+}
+
+void FormatPage::processStandardOutput()
+{
+    log_output("stdout", process_->readAllStandardOutput());
+}
+
+void FormatPage::processStandardError()
+{
+    log_output("stderr", process_->readAllStandardError());
+}
+
+void FormatPage::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
+{
+    dbg_ostream(DBG_MODULE, __LINE__)
+        << ": finish: exitCode: " << exitCode << "; exitStatus: " << int(exitStatus) << Qt::endl;
+    processClear();
+    if (exitStatus == QProcess::NormalExit && exitCode == 0) {
+        message_box::show(this, QMessageBox::Information, title(), tr("Format complete"));
+    } else if (!cancelled_) {
+        message_box::show(this, QMessageBox::Critical, title(), tr("Format failed"));
+    }
+}
+
+void FormatPage::processClear()
+{
+    if (process_ != nullptr) {
+        releaseProcess();
+    }
+    delete progressDialog_;
+    progressDialog_ = nullptr;
+}
+
+// Its own signal may be on the stack, and nobody waits for a helper that is still dying.
+void FormatPage::releaseProcess()
+{
+    process_->disconnect(this);
+    if (process_->state() == QProcess::NotRunning) {
+        process_->deleteLater();
+    } else {
+        connect(process_, &QProcess::finished, process_, &QObject::deleteLater);
+        process_->kill();
+        abandon(process_);
+    }
+    process_ = nullptr;
+}
+
+void FormatPage::processCancelled()
+{
+    dbg_ostream(DBG_MODULE, __LINE__) << ": kill" << Qt::endl;
+    cancelled_ = true;
+    process_->kill();
+}

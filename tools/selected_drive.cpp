@@ -1,0 +1,3 @@
+#include "tools/selected_drive.h"
+
+Drive sDrive;

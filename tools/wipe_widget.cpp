@@ -1,0 +1,217 @@
+#include "tools/wipe_widget.h"
+
+#include "app/debug_log.h"
+#include "app/display_helpers.h"
+#include "app/message_box.h"
+#include "erase/pattern.h"
+#include "storage/driver.h"
+#include "tools/sector_arithmetic.h"
+#include "tools/viewer.h"
+#include "ui_wipe_widget.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QProgressDialog>
+
+#include <algorithm>
+
+namespace {
+
+const char* const DBG_MODULE = "Wipe";
+
+constexpr double kDefaultSectorsPerTime = 256;
+constexpr double kMaxSectorsPerTime = 65536;
+
+constexpr qint64 kUpdateMs = 100;
+
+// One write may take long when the system's cache is full: a block is written in pieces, and
+// the event loop gets its turn in between, so that the screen never stands still.
+constexpr unsigned long long kPieceBytes = 128 * 1024;
+constexpr qint64 kTurnMs = 20;
+
+QString title()
+{
+    return WipeWidget::tr("Wipe Drive");
+}
+
+class EventTurns {
+public:
+    EventTurns() { sinceTurn_.start(); }
+
+    void takeIfDue()
+    {
+        if (sinceTurn_.elapsed() >= kTurnMs) {
+            take();
+        }
+    }
+
+    void take()
+    {
+        QCoreApplication::processEvents();
+        sinceTurn_.start();
+    }
+
+private:
+    QElapsedTimer sinceTurn_;
+};
+
+// The number of sectors written from the start of the block, all being well `count`.
+unsigned long long write_block(Driver& driver, unsigned long long lba, unsigned long long count,
+                               const char* block, EventTurns& turns)
+{
+    const unsigned long long piece = std::max(1ULL, kPieceBytes / driver.sectorSize());
+    unsigned long long done = 0;
+    while (done < count) {
+        turns.takeIfDue();
+        const unsigned long long sectors = std::min(piece, count - done);
+        const unsigned long long written =
+            driver.writeSectors(lba + done, sectors, block + done * driver.sectorSize());
+        done += written;
+        if (written < sectors) {
+            break;
+        }
+    }
+    return done;
+}
+
+} // namespace
+
+WipeWidget::WipeWidget(QWidget* parent) : QWidget(parent), ui(std::make_unique<Ui_WipeWidget>())
+{
+    ui->setupUi(this);
+}
+
+WipeWidget::~WipeWidget() = default;
+
+void WipeWidget::setDrive(const Drive& drive)
+{
+    drive_ = drive;
+    lastLba_ = last_sector(drive.sectors());
+    ui->id->setText(drive_label(drive));
+    ui->lba->setMaximum(static_cast<double>(lastLba_));
+    ui->sectors->setMinimum(1);
+    ui->sectors->setMaximum(static_cast<double>(drive.sectors()));
+    ui->sectors->setValue(static_cast<double>(drive.sectors()));
+    ui->sectorsPerTime->setMinimum(1);
+    ui->sectorsPerTime->setMaximum(kMaxSectorsPerTime);
+    ui->sectorsPerTime->setValue(kDefaultSectorsPerTime);
+}
+
+void WipeWidget::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    ui->pattern->setText(QStringLiteral("VANTRELLE"));
+    ui->pattern->setFocus(Qt::OtherFocusReason);
+    ui->wipe->setDefault(true);
+}
+
+void WipeWidget::on_lba_valueChanged(double lba)
+{
+    // The range never runs past the end of the drive.
+    ui->sectors->setMaximum(static_cast<double>(lastLba_ - whole_number(lba) + 1));
+}
+
+void WipeWidget::on_view_clicked()
+{
+    (new Viewer(drive_, this))->show();
+}
+
+void WipeWidget::on_wipe_clicked()
+{
+    const std::string pattern = pattern_from_text(ui->pattern->text().toUtf8().constData());
+    if (pattern.empty()) {
+        showError(tr("Error: invalid pattern"));
+        return;
+    }
+    if (confirm_media_overwriting(this, title())) {
+        wipe(pattern);
+    }
+}
+
+void WipeWidget::showError(const QString& text)
+{
+    message_box::show(this, QMessageBox::Critical, title(), text);
+}
+
+void WipeWidget::wipe(const std::string& pattern)
+{
+    dbg_ostream(DBG_MODULE, __LINE__) << ": init " << drive_.device() << Qt::endl;
+    Driver driver(drive_.device().c_str(), drive_.sectorSize());
+    if (!driver.init(Driver::Write)) {
+        dbg_ostream(DBG_MODULE, __LINE__) << ": init failed" << Qt::endl;
+        showError(tr("Error: driver initialization failed"));
+        return;
+    }
+    const unsigned long long sectorsPerTime = whole_number(ui->sectorsPerTime->value());
+    std::vector<char> block(static_cast<std::size_t>(sectorsPerTime * drive_.sectorSize()));
+    pattern_fill_sectors(block.data(), static_cast<unsigned>(drive_.sectorSize()), pattern.data(),
+                         static_cast<unsigned>(pattern.size()),
+                         static_cast<unsigned>(sectorsPerTime));
+    wipeRange(driver, block);
+}
+
+void WipeWidget::wipeRange(Driver& driver, const std::vector<char>& block)
+{
+    const unsigned long long blockSectors = block.size() / driver.sectorSize();
+    const unsigned long long totalSectors = whole_number(ui->sectors->value());
+    unsigned long long lba = whole_number(ui->lba->value());
+    unsigned long long remaining = totalSectors;
+    // The dialog goes with this widget, should events below end it.
+    const QPointer<QProgressDialog> dialog = openProgressDialog();
+    QElapsedTimer sinceUpdate;
+    sinceUpdate.start();
+    EventTurns turns;
+    while (remaining > 0 && dialog) {
+        if (sinceUpdate.elapsed() > kUpdateMs) {
+            showProgress(*dialog, lba, totalSectors);
+            sinceUpdate.start();
+        }
+        turns.take();
+        if (!dialog || dialog->wasCanceled()) {
+            break;
+        }
+        const unsigned long long count = std::min(blockSectors, remaining);
+        const bool isWritten = write_block(driver, lba, count, block.data(), turns) == count;
+        if (dialog && !isWritten && !confirmFailure(lba, count)) {
+            break;
+        }
+        lba += count; // a failed block that the user passes over counts as done
+        remaining -= count;
+    }
+    const bool isComplete = dialog && remaining == 0;
+    delete dialog.data();
+    if (isComplete) {
+        message_box::show(this, QMessageBox::Information, title(), tr("Wipe complete"));
+    }
+}
+
+void WipeWidget::showProgress(QProgressDialog& dialog, unsigned long long lba,
+                              unsigned long long totalSectors)
+{
+    dialog.setLabelText(tr("LBA: %1").arg(lba));
+    dialog.setValue(wipe_progress(lba, totalSectors));
+}
+
+QPointer<QProgressDialog> WipeWidget::openProgressDialog()
+{
+    QPointer<QProgressDialog> dialog =
+        new QProgressDialog(tr("Starting..."), tr("Interrupt"), 0, 99, this);
+    dialog->setWindowTitle(title());
+    dialog->setWindowModality(Qt::WindowModal);
+    dialog->setMinimumDuration(0);
+    dialog->setAutoReset(false);
+    dialog->setAutoClose(false);
+    dialog->setValue(0);
+    dialog->show();
+    return dialog;
+}
+
+bool WipeWidget::confirmFailure(unsigned long long lba, unsigned long long count)
+{
+    dbg_ostream(DBG_MODULE, __LINE__)
+        << ": write failed: lba: " << lba << ", sectors: " << count << Qt::endl;
+    const QString text = tr("Error: write failed at LBA %1 (%2 sectors)\n\nAre you sure you want "
+                            "to continue?")
+                             .arg(QString::number(lba), QString::number(count));
+    return message_box::ask(this, QMessageBox::Critical, title(), text, QMessageBox::NoButton);
+}

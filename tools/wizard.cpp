@@ -1,0 +1,18 @@
+#include "tools/wizard.h"
+
+#include "tools/finish_page.h"
+#include "tools/format_page.h"
+#include "tools/select_drive_page.h"
+#include "tools/welcome_page.h"
+#include "tools/wipe_drive_page.h"
+
+Wizard::Wizard(QWidget* parent) : QWizard(parent)
+{
+    setWindowTitle(tr("Wizard"));
+    addPage(new WelcomePage(this));
+    addPage(new SelectDrivePage(this));
+    addPage(new WipeDrivePage(this));
+    addPage(new FormatPage(this));
+    addPage(new FinishPage(this));
+    setOptions(QWizard::NoBackButtonOnStartPage | QWizard::NoCancelButton);
+}
