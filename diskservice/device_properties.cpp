@@ -103,9 +103,8 @@ QString object_path(const std::string& deviceFile)
     constexpr std::string_view kDeviceFolder = "/dev/";
     constexpr std::string_view kHexDigits = "0123456789abcdef";
     std::string_view rest = deviceFile;
-    if (rest.starts_with(kDeviceFolder)) {
-        rest.remove_prefix(kDeviceFolder.size());
-    }
+    rest.remove_prefix(rest.starts_with(kDeviceFolder) ? kDeviceFolder.size()
+                                                       : rest.rfind('/') + 1);
     std::string name;
     for (const char c : rest) {
         const auto byte = static_cast<unsigned char>(c);

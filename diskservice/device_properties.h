@@ -16,8 +16,8 @@ extern const QString kDevicesPath;
 QString bus_text(const std::string& bytes);
 
 /// The object path of the device with this device file: its name below /dev, of any other
-/// file the whole path, each byte other than an ASCII letter or digit written as _xx (two
-/// hexadecimal digits). Different device files have different object paths.
+/// file the file name, each byte other than an ASCII letter or digit written as _xx (two
+/// hexadecimal digits). Images whose names would clash are refused at start.
 QString object_path(const std::string& deviceFile);
 
 /// All properties of the device.

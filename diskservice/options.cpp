@@ -64,31 +64,38 @@ void apply_field(ImageOption& image, const std::string& field)
 ImageOption parse_image(const std::string& text)
 {
     const std::vector<std::string> fields = split_fields(text);
-    if (fields.front().empty()) {
+    const std::filesystem::path path = fields.front();
+    if (path.filename().empty()) {
         throw UsageError("--image: no file is named: " + text);
     }
     ImageOption image;
-    image.path = std::filesystem::absolute(fields.front()).string();
+    image.path = std::filesystem::absolute(path).string();
     for (std::size_t i = 1; i < fields.size(); ++i) {
         apply_field(image, fields[i]);
     }
     return image;
 }
 
-// Whether `path` is the image itself or can be the name of one of its partitions.
-bool is_device_of(std::string_view path, const std::string& image)
+std::string file_name(const ImageOption& image)
+{
+    return std::filesystem::path(image.path).filename().string();
+}
+
+// Whether `name` is that of the image itself or can be that of one of its partitions. The
+// folders do not count, because the names on the bus are file names.
+bool is_device_of(std::string_view name, const std::string& image)
 {
     const std::string stem = partition_stem(image);
-    return path == image ||
-           (path.starts_with(stem) &&
-            path.find_first_not_of("0123456789", stem.size()) == std::string_view::npos);
+    return name == image ||
+           (name.starts_with(stem) &&
+            name.find_first_not_of("0123456789", stem.size()) == std::string_view::npos);
 }
 
 void refuse_clashes(const std::vector<ImageOption>& images)
 {
     for (std::size_t i = 0; i < images.size(); ++i) {
         for (std::size_t k = 0; k < images.size(); ++k) {
-            if (i != k && is_device_of(images[i].path, images[k].path)) {
+            if (i != k && is_device_of(file_name(images[i]), file_name(images[k]))) {
                 throw UsageError("--image: " + images[i].path + ": cannot be told from " +
                                  images[k].path + " or one of its partitions");
             }

@@ -18,6 +18,7 @@ import sys
 import erased_drive
 import used_drives
 from processes import Processes, wait_until
+from stage import Stage, press, screenshot
 
 WORK_DIRECTORY = "practice-run"
 SYSTEM_COMMANDS = ("/sbin/reboot", "/sbin/poweroff")
@@ -82,17 +83,9 @@ class Log:
         return {device: pathlib.Path(picture) for device, picture in starts}
 
 
-def screenshot(display, directory, name):
-    path = directory / f"{name}.png"
-    subprocess.run(["import", "-display", display, "-window", "root", path], check=True)
-    print(f"  screenshot: {path}")
-
-
 def switch_emulation_on(display):
     """By the keys of the hidden program menu."""
-    for keys in ("alt+shift+m", "e"):
-        subprocess.run(["xdotool", "key", "--delay", "100", keys],
-                       env={**os.environ, "DISPLAY": display}, check=True)
+    press(display, "alt+shift+m", "e")
 
 
 def follow(log, display, directory, emulate):
@@ -150,28 +143,13 @@ def report_unchanged(images, before, log):
 
 
 def run_program(arguments, directory, images, log):
-    binaries = arguments.build.resolve() / "bin"
-    library = directory / "lib"
-    library.mkdir()
-    for name in ("driver", "format", "boot"):
-        (library / name).symlink_to(binaries / "lib" / name)
-    with Processes() as processes, (directory / "messages.txt").open("w") as messages:
-        bus = {"DBUS_SYSTEM_BUS_ADDRESS": processes.start_bus(messages)}
-        options = []
-        for image, drive in zip(images, used_drives.DRIVES):
-            options += ["--image", f"{image},model={drive.model},serial={drive.serial},"
-                                   f"sector-size={drive.sector_size}"]
-        processes.start([binaries / "diskservice", *options], bus, stderr=messages)
-        display = os.environ.get("DISPLAY")
+    display = None if is_virtual(arguments) else os.environ["DISPLAY"]
+    with Processes() as processes:
+        stage = Stage(processes, arguments.build, directory, display, arguments.size)
+        stage.start_disk_service(images)
+        window = stage.start_program()
         if is_virtual(arguments):
-            display = processes.start_virtual_screen(arguments.size or "800x600", messages)
-        # The program skips two characters after "lib=".
-        program = [binaries / "vantrelleplus", f"lib=..{library}", f"dbg={directory}/log.txt"]
-        program += ["desktop"] if arguments.size else []
-        window = processes.start(program, {**bus, "DISPLAY": display, "QT_QPA_PLATFORM": "xcb"},
-                                 stderr=messages)
-        if is_virtual(arguments):
-            follow(log, display, directory, arguments.emulate)
+            follow(log, stage.display, directory, arguments.emulate)
         else:
             print("The report comes when you close the window.")
             window.wait()

@@ -35,15 +35,15 @@ class UsedDrive:
 
 DRIVES = (
     UsedDrive(
-        "office-pc.img", "Practice Disk 384", "PRACTICE-0001", 384, 512, "dos",
+        "office", "Practice Disk 384", "PRACTICE-0001", 384, 512, "dos",
         (Partition(1, 100, "vfat", "BOOT"), Partition(101, 282, "ext4", "office")),
     ),
     UsedDrive(
-        "laptop.img", "Practice SSD 768", "PRACTICE-0002", 768, 4096, "gpt",
+        "laptop", "Practice SSD 768", "PRACTICE-0002", 768, 4096, "gpt",
         (Partition(1, 300, "vfat", "EFI"), Partition(301, 400, "ext4", "home")),
     ),
     UsedDrive(
-        "camera-stick.img", "Practice USB Stick 1536", "PRACTICE-0003", 1536, 512, "dos",
+        "camera", "Practice USB Stick 1536", "PRACTICE-0003", 1536, 512, "dos",
         (Partition(1, 1534, "vfat", "PHOTOS"),),
     ),
 )

@@ -112,7 +112,7 @@ private:
     [[nodiscard]] QString object(const QString& name) const
     {
         QString path = kPath + "/devices/";
-        for (const QChar c : file(name)) {
+        for (const QChar c : name) {
             path += c.isLetterOrNumber() ? QString(c) : QString::asprintf("_%02x", c.unicode());
         }
         return path;

@@ -1,0 +1,61 @@
+"""What the program sees in a practice run: a screen, a private message bus, and a disk service
+that lists image files and nothing else."""
+
+import os
+import subprocess
+
+import used_drives
+
+
+class Stage:
+    """Starts things through `processes`, which ends them. Messages of all of them are collected
+    in `directory`, where the program's log and library directory are, too."""
+
+    def __init__(self, processes, build, directory, display=None, size=None):
+        """`display` is an X display to use, else a virtual one is made; `size` (WxH) is that of
+        the virtual screen, which the program then fills."""
+        self._processes = processes
+        self._binaries = build.resolve() / "bin"
+        self._directory = directory
+        self._fills_screen = size is not None
+        self._messages = (directory / "messages.txt").open("w")
+        self._bus = {"DBUS_SYSTEM_BUS_ADDRESS": processes.start_bus(self._messages)}
+        self.display = display or processes.start_virtual_screen(size or "800x600",
+                                                                 self._messages)
+
+    def start_disk_service(self, images):
+        """The service with an image file for each of the used drives."""
+        options = []
+        for image, drive in zip(images, used_drives.DRIVES):
+            options += ["--image", f"{image},model={drive.model},serial={drive.serial},"
+                                   f"sector-size={drive.sector_size}"]
+        self._processes.start([self._binaries / "diskservice", *options], self._bus,
+                              stderr=self._messages)
+
+    def start_program(self):
+        """The program, with a library directory of its own for the pictures that it makes."""
+        library = self._directory / "lib"
+        library.mkdir(exist_ok=True)
+        for name in ("driver", "format", "boot"):
+            if not (library / name).exists():
+                (library / name).symlink_to(self._binaries / "lib" / name)
+        # The program skips two characters after "lib=".
+        command = [self._binaries / "vantrelleplus", f"lib=..{library}",
+                   f"dbg={self._directory}/log.txt"]
+        command += ["desktop"] if self._fills_screen else []
+        return self._processes.start(command, {**self._bus, "DISPLAY": self.display,
+                                               "QT_QPA_PLATFORM": "xcb"}, stderr=self._messages)
+
+
+def press(display, *keys):
+    """Presses keys or key combinations, by their X names, one after the other."""
+    for key in keys:
+        subprocess.run(["xdotool", "key", "--delay", "100", key],
+                       env={**os.environ, "DISPLAY": display}, check=True)
+
+
+def screenshot(display, directory, name):
+    """Saves the whole screen as a PNG file."""
+    path = directory / f"{name}.png"
+    subprocess.run(["import", "-display", display, "-window", "root", path], check=True)
+    print(f"  screenshot: {path}")
