@@ -4,6 +4,8 @@
 #include "app/program_config.h"
 #include "erase/post_wipe.h"
 
+#include <QBuffer>
+#include <QFile>
 #include <QImage>
 #include <QObject>
 #include <QTemporaryFile>
@@ -55,6 +57,16 @@ QImage render(const QString& html)
     return image;
 }
 
+// Encoded in memory first: writing the file itself, the toolkit leaves the last bytes
+// unchecked, and a picture cut off by a full disk would pass for a whole one.
+[[nodiscard]] bool save_png(const QImage& image, const QString& path)
+{
+    QBuffer png;
+    QFile file(path);
+    return png.open(QIODevice::WriteOnly) && image.save(&png, "PNG") &&
+           file.open(QIODevice::WriteOnly) && file.write(png.data()) == png.size() && file.flush();
+}
+
 void report(QString* error, const QString& message)
 {
     if (error != nullptr) {
@@ -71,9 +83,9 @@ QString create_postwipe_image_file(const Drive& drive, bool partial, QString* er
         report(error, QObject::tr("Cannot create image file"));
         return {};
     }
-    if (!render(message_html(drive, partial)).save(path, "PNG")) {
+    if (!save_png(render(message_html(drive, partial)), path)) {
         report(error, QObject::tr("Cannot save image file"));
-        return {}; // the empty file is left behind, on purpose
+        return {}; // the file is left behind, on purpose
     }
     return path;
 }

@@ -4,7 +4,6 @@
 #include "app/debug_log.h"
 
 #include <QPointer>
-#include <QThread>
 
 namespace {
 
@@ -15,14 +14,11 @@ constexpr int kStartWaitMs = 30000;
 // A child object must outlive the signals it is emitting. Every slot holds a reference, so
 // the last one goes at the earliest when the outermost slot returns, which may be long
 // after an inner event loop (of a message box) has delivered the child's end. The signal
-// itself is still on the stack then, as long as any event loop runs.
+// itself is still on the stack then: only the event loop below it may destroy the object.
 void release_child(QProcess* child)
 {
-    if (QThread::currentThread()->loopLevel() > 0) {
-        child->deleteLater();
-    } else {
-        delete child;
-    }
+    abandon(child); // at the end of the run no event loop comes any more
+    child->deleteLater();
 }
 
 // Begins a job's log line.

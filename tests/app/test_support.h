@@ -1,0 +1,25 @@
+#pragma once
+
+#include "app/debug_log.h"
+
+#include <QFile>
+#include <QRegularExpression>
+
+/// Writes an executable shell script and gives its path.
+inline QString write_script(const QString& path, const QByteArray& body)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write("#!/bin/sh\n" + body + "\n") < 0)
+        qFatal("cannot write %s", qPrintable(path));
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return path;
+}
+
+/// What was logged to memory since the log had `start` characters, without line numbers. The
+/// last item is empty when the last line was ended.
+inline QStringList log_since(qsizetype start)
+{
+    static const QRegularExpression lineNumber("^(\\w+)\\(\\d+\\)",
+                                               QRegularExpression::MultilineOption);
+    return dbg_string().mid(start).replace(lineNumber, "\\1").split('\n');
+}
