@@ -62,7 +62,7 @@ void Appliance::openAndErase(bool emulate)
     open();
     find<QAction>("actionEmulateErasing")->setChecked(emulate);
     find<QPushButton>("stopButton")->click(); // ends the discovery
-    while (!information().startsWith(QStringLiteral("green: ")))
+    while (information().startsWith(QStringLiteral("red: ")))
         tick("countdownTimeout");
 }
 
@@ -122,11 +122,10 @@ QStringList Appliance::calls() const
     return lines;
 }
 
-QStringList Appliance::images() const
+QImage Appliance::image(const char* drive) const
 {
-    return recorded("calls")
-        .filter(QRegularExpression(QStringLiteral("^format")))
-        .replaceInStrings(QRegularExpression(QStringLiteral("^.* ")), QString());
+    const QString call = QStringLiteral("format /dev/%1 ").arg(QLatin1String(drive));
+    return QImage(recorded("calls").filter(call).value(0).mid(call.size()));
 }
 
 int Appliance::runningHelpers() const

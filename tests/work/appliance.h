@@ -50,8 +50,8 @@ public:
     /// How helpers were called, sorted, with IMAGE in place of a picture in the library
     /// directory.
     [[nodiscard]] QStringList calls() const;
-    /// The pictures given to `format`.
-    [[nodiscard]] QStringList images() const;
+    /// The picture given to `format` for a drive.
+    [[nodiscard]] QImage image(const char* drive) const;
     /// How many of the helpers ever started still run.
     [[nodiscard]] int runningHelpers() const;
     [[nodiscard]] QString here(const char* fileName) const;
