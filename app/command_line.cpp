@@ -22,13 +22,14 @@ StartupOptions read_command_line(int argc, const char* const* argv)
     StartupOptions options{DBG_TYPE_STRING, false};
     for (int i = 1; i < argc; ++i) {
         const std::string_view argument = argv[i];
-        if (argument.starts_with(kLib))
+        if (argument.starts_with(kLib)) {
             theProgramConfig().setLib(
                 std::string(argument.substr(std::min(kLibSkip, argument.size()))));
-        else if (argument.starts_with(kDbg))
+        } else if (argument.starts_with(kDbg)) {
             options.debugType = argument.substr(kDbg.size());
-        else if (argument == kDesktop)
+        } else if (argument == kDesktop) {
             options.desktop = true;
+        }
     }
     return options;
 }

@@ -43,10 +43,11 @@ DbgWindow::~DbgWindow()
 
 void DbgWindow::showLog()
 {
-    if (dbg_type() == QLatin1String(DBG_TYPE_STRING))
+    if (dbg_type() == QLatin1String(DBG_TYPE_STRING)) {
         ui->plainTextEdit->appendPlainText(dbg_string());
-    else
+    } else {
         ui->plainTextEdit->appendPlainText(tr("dbg_type: %1").arg(dbg_type()));
+    }
 }
 
 void DbgWindow::centre()
@@ -66,8 +67,9 @@ void DbgWindow::on_saveButton_clicked()
         // The name is spelled so on purpose.
         QDir::homePath() + QDir::separator() + QLatin1String("Debug Infomation.txt"),
         tr("Text Files (*.txt);;All Files (*.*)"));
-    if (fileName.isEmpty())
+    if (fileName.isEmpty()) {
         return;
+    }
     QFile file(fileName);
     if (!file.open(QIODevice::WriteOnly)) {
         message_box::show(this, QMessageBox::Warning, tr("Error"),
@@ -93,6 +95,7 @@ void DbgWindow::on_closeButton_clicked()
 
 void dbg_window(QWidget* parent)
 {
-    if (!isDebugWindowOpen)
+    if (!isDebugWindowOpen) {
         new DbgWindow(parent);
+    }
 }

@@ -48,8 +48,9 @@ const HandlerRemoval handlerRemoval;
 
 bool open_log_file(const QString& path)
 {
-    if (path.isEmpty())
+    if (path.isEmpty()) {
         return false;
+    }
     logFile.setFileName(path);
     return logFile.open(QIODevice::WriteOnly);
 }

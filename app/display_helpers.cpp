@@ -25,13 +25,16 @@ void hex_dump_line(std::ostream& os, const unsigned char* bytes, unsigned count,
                    unsigned offset)
 {
     os << std::setw(4) << offset << " | ";
-    for (unsigned i = 0; i < count; ++i)
+    for (unsigned i = 0; i < count; ++i) {
         os << std::setw(2) << static_cast<unsigned>(bytes[i]) << ' ';
-    for (unsigned i = count; i < width; ++i)
+    }
+    for (unsigned i = count; i < width; ++i) {
         os << "   ";
+    }
     os << " | ";
-    for (unsigned i = 0; i < count; ++i)
+    for (unsigned i = 0; i < count; ++i) {
         os << printable(bytes[i]);
+    }
     os << '\n';
 }
 
@@ -52,8 +55,9 @@ QString short_size_string(unsigned long long bytes)
 QString number_with_commas_string(long long n)
 {
     QString text = QString::number(n);
-    for (qsizetype position = text.size() - 3; position > 0; position -= 3)
+    for (qsizetype position = text.size() - 3; position > 0; position -= 3) {
         text.insert(position, QLatin1Char(','));
+    }
     return text;
 }
 
@@ -110,8 +114,9 @@ bool confirm_media_overwriting(QWidget* parent, const QString& title)
 void clear_layout(QLayout* layout)
 {
     while (QLayoutItem* item = layout->takeAt(0)) {
-        if (QLayout* sublayout = item->layout())
+        if (QLayout* sublayout = item->layout()) {
             clear_layout(sublayout);
+        }
         delete item->widget();
     }
 }

@@ -13,8 +13,9 @@ constexpr int kToolkitVersion = 0x040806;
 
 void settle_library_directory()
 {
-    if (!theProgramConfig().lib().empty())
+    if (!theProgramConfig().lib().empty()) {
         return;
+    }
     const QString lib =
         QCoreApplication::applicationDirPath() + QLatin1Char(DIR_SEPARATOR) + QLatin1String("lib");
     theProgramConfig().setLib(lib.toStdString());

@@ -27,10 +27,11 @@ MainWindow::MainWindow(QWidget* parent, bool desktop)
     ui->setupUi(this);
     setWindowTitle(QString::fromLatin1(theProgramConfig().name()));
     ui->appTitleLabel->setText(QString::fromLatin1(theProgramConfig().nameHtml()));
-    if (desktop)
+    if (desktop) {
         showOnWholeScreen();
-    else
+    } else {
         showInWindow();
+    }
     ui->menuBar->hide();
     connectActions();
     // The actions' own shortcuts do not work while the menu bar is hidden.
@@ -108,8 +109,9 @@ void MainWindow::saveScreenshot()
                                                           QDir::homePath() + QDir::separator() +
                                                               QLatin1String("Screenshot.png"),
                                                           tr("PNG Files (*.png);;All Files (*.*)"));
-    if (fileName.isEmpty())
+    if (fileName.isEmpty()) {
         return;
+    }
     if (!picture.save(fileName)) {
         message_box::show(this, QMessageBox::Critical, windowTitle(),
                           tr("Cannot save %1").arg(fileName));

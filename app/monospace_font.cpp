@@ -7,8 +7,9 @@ QFont ui_get_monospace_font()
 {
     const QStringList families = QFontDatabase::families();
     for (const QString& family : families) {
-        if (family.contains(QLatin1String("mono"), Qt::CaseInsensitive))
+        if (family.contains(QLatin1String("mono"), Qt::CaseInsensitive)) {
             return QFont(family);
+        }
     }
     return QFont(QStringLiteral("monospace"));
 }

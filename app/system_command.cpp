@@ -15,8 +15,9 @@ constexpr int kFinishWaitMs = 30000;
 void log_output(const char* command, const char* label, const QByteArray& output)
 {
     const char* text = output.constData(); // up to the first zero byte
-    if (*text != '\0')
+    if (*text != '\0') {
         dbg_ostream(DBG_MODULE, __LINE__) << ": " << command << label << text << Qt::endl;
+    }
 }
 
 } // namespace

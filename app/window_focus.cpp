@@ -16,8 +16,9 @@ QWidget* lowest_visible_window()
 {
     const QWidgetList windows = QApplication::topLevelWidgets();
     for (QWidget* window : windows) {
-        if (window->isVisible() && takes_focus(*window) && window->parentWidget() == nullptr)
+        if (window->isVisible() && takes_focus(*window) && window->parentWidget() == nullptr) {
             return window;
+        }
     }
     return nullptr;
 }
@@ -25,10 +26,12 @@ QWidget* lowest_visible_window()
 // The window that the user goes on with when another one has gone.
 QWidget* next_window(const QWidget* parent)
 {
-    if (QWidget* modal = QApplication::activeModalWidget())
+    if (QWidget* modal = QApplication::activeModalWidget()) {
         return modal;
-    if (parent != nullptr && parent->window()->isVisible())
+    }
+    if (parent != nullptr && parent->window()->isVisible()) {
         return parent->window();
+    }
     return lowest_visible_window();
 }
 
@@ -37,13 +40,15 @@ QWidget* next_window(const QWidget* parent)
 bool WindowFocus::eventFilter(QObject* watched, QEvent* event)
 {
     auto* window = qobject_cast<QWidget*>(watched);
-    if (window == nullptr || !window->isWindow() || !takes_focus(*window))
+    if (window == nullptr || !window->isWindow() || !takes_focus(*window)) {
         return false;
+    }
     if (event->type() == QEvent::Show) {
         window->activateWindow();
     } else if (event->type() == QEvent::Hide) {
-        if (QWidget* next = next_window(window->parentWidget()))
+        if (QWidget* next = next_window(window->parentWidget())) {
             next->activateWindow();
+        }
     }
     return false;
 }

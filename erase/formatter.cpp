@@ -26,7 +26,8 @@ void Formatter::start(bool emulate, const QString& imagePath)
         << ": id: " << id() << ": start: emulate: " << emulate << Qt::endl;
     QString device = QString::fromLatin1(drive_.device());
     // Joined to the path without a separator: the helper expects it so, on purpose.
-    if (emulate)
+    if (emulate) {
         device += QLatin1String("-emulate");
+    }
     Process::start(helper_program("format"), {device, imagePath});
 }

@@ -15,8 +15,9 @@ QString create_empty_file()
 {
     QTemporaryFile file(QString::fromStdString(theProgramConfig().lib()) +
                         QLatin1String("/XXXXXX.png"));
-    if (!file.open())
+    if (!file.open()) {
         return {};
+    }
     file.setAutoRemove(false);
     return file.fileName();
 }
@@ -56,15 +57,16 @@ QImage render(const QString& html)
 
 void report(QString* error, const QString& message)
 {
-    if (error != nullptr)
+    if (error != nullptr) {
         *error = message;
+    }
 }
 
 } // namespace
 
 QString create_postwipe_image_file(const Drive& drive, bool partial, QString* error)
 {
-    const QString path = create_empty_file();
+    QString path = create_empty_file();
     if (path.isNull()) {
         report(error, QObject::tr("Cannot create image file"));
         return {};

@@ -18,10 +18,11 @@ constexpr int kStartWaitMs = 30000;
 // itself is still on the stack then, as long as any event loop runs.
 void release_child(QProcess* child)
 {
-    if (QThread::currentThread()->loopLevel() > 0)
+    if (QThread::currentThread()->loopLevel() > 0) {
         child->deleteLater();
-    else
+    } else {
         delete child;
+    }
 }
 
 // Begins a job's log line.
@@ -84,8 +85,9 @@ void Process::stop()
 
 void Process::processClose()
 {
-    if (!child_)
+    if (!child_) {
         return;
+    }
     log_job(id_, __LINE__) << "close()" << Qt::endl;
     if (child_->state() != QProcess::NotRunning) {
         log_job(id_, __LINE__) << "kill()" << Qt::endl;
@@ -126,8 +128,9 @@ void Process::deliverLines(const QByteArray& bytes, const char* stream, LineHook
     for (const QString& line : lines) {
         log_job(id_, __LINE__) << stream << ": " << line << Qt::endl;
         (this->*hook)(line);
-        if (!self)
+        if (!self) {
             return;
+        }
     }
 }
 
@@ -137,10 +140,12 @@ void Process::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
     const std::shared_ptr<QProcess> finished = child_;
     log_job(id_, __LINE__) << "finished: exitCode: " << exitCode
                            << ", exitStatus: " << int(exitStatus) << Qt::endl;
-    if (status_ == Running)
+    if (status_ == Running) {
         reportEnd(exitCode, exitStatus);
-    if (self && child_ == finished) // a hook may have started the next child
+    }
+    if (self && child_ == finished) { // a hook may have started the next child
         processClose();
+    }
 }
 
 void Process::reportEnd(int exitCode, QProcess::ExitStatus exitStatus)

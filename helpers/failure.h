@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstring>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 // How the helper programs fail: anything that ends a run is thrown as a Failure and
 // becomes one message line and an exit code in main().
@@ -31,5 +31,5 @@ private:
 /// "device: action: reason", the reason being the system's text for an errno value.
 inline Failure system_failure(const std::string& device, const std::string& action, int error)
 {
-    return Failure(device + ": " + action + ": " + std::strerror(error));
+    return Failure(device + ": " + action + ": " + std::generic_category().message(error));
 }

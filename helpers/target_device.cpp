@@ -24,8 +24,9 @@ public:
     explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
     ~Descriptor()
     {
-        if (descriptor_ >= 0)
+        if (descriptor_ >= 0) {
             ::close(descriptor_);
+        }
     }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
@@ -48,10 +49,12 @@ std::string proc_name(int descriptor)
 mode_t checked_mode(const std::string& path, int descriptor)
 {
     struct stat status = {};
-    if (::fstat(descriptor, &status) != 0)
+    if (::fstat(descriptor, &status) != 0) {
         throw system_failure(path, "stat", errno);
-    if (!S_ISBLK(status.st_mode) && !S_ISREG(status.st_mode))
+    }
+    if (!S_ISBLK(status.st_mode) && !S_ISREG(status.st_mode)) {
         throw Failure(path + ": open: neither a block device nor a regular file");
+    }
     return status.st_mode;
 }
 
@@ -59,11 +62,16 @@ mode_t checked_mode(const std::string& path, int descriptor)
 int open_exclusively(const std::string& name, int flags)
 {
     Descriptor descriptor(::open(name.c_str(), flags));
-    if (descriptor.get() < 0)
+    if (descriptor.get() < 0) {
         return -1;
-    if (::flock(descriptor.get(), LOCK_EX | LOCK_NB) == 0)
+    }
+    if (::flock(descriptor.get(), LOCK_EX | LOCK_NB) == 0) {
         return descriptor.release();
-    errno = EBUSY; // flock says EWOULDBLOCK
+    }
+    // Any other errno, such as a file system without locks, is told as it is.
+    if (errno == EWOULDBLOCK) {
+        errno = EBUSY;
+    }
     return -1;
 }
 
@@ -105,34 +113,40 @@ std::uint64_t TargetDevice::currentSizeBytes() const
 void TargetDevice::open(Access access, std::chrono::milliseconds busyWait)
 {
     const Descriptor found(::open(path_.c_str(), O_PATH | O_CLOEXEC));
-    if (found.get() < 0)
+    if (found.get() < 0) {
         throw system_failure(path_, "open", errno);
+    }
     isBlockDevice_ = S_ISBLK(checked_mode(path_, found.get()));
 
     int flags = O_CLOEXEC | (access == Access::Write ? O_RDWR : O_RDONLY);
-    if (isBlockDevice_)
+    if (isBlockDevice_) {
         flags |= O_EXCL;
+    }
     const auto deadline = std::chrono::steady_clock::now() + busyWait;
     descriptor_ = open_exclusively(proc_name(found.get()), flags);
     while (descriptor_ < 0 && errno == EBUSY && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(kBusyPoll);
         descriptor_ = open_exclusively(proc_name(found.get()), flags);
     }
-    if (descriptor_ < 0 && errno == EBUSY)
+    if (descriptor_ < 0 && errno == EBUSY) {
         throw Failure(path_ + ": open: the device is in use");
-    if (descriptor_ < 0)
+    }
+    if (descriptor_ < 0) {
         throw system_failure(path_, "open", errno);
+    }
 }
 
 void TargetDevice::measure()
 {
     if (isBlockDevice_) {
         int bytes = 0;
-        if (::ioctl(descriptor_, BLKSSZGET, &bytes) != 0 || bytes <= 0)
+        if (::ioctl(descriptor_, BLKSSZGET, &bytes) != 0 || bytes <= 0) {
             throw system_failure(path_, "read sector size", errno);
+        }
         sectorSizeBytes_ = static_cast<std::uint32_t>(bytes);
     }
     sizeBytes_ = measure_bytes(descriptor_, isBlockDevice_);
-    if (sizeBytes_ == 0)
+    if (sizeBytes_ == 0) {
         throw Failure(path_ + ": the device has no size");
+    }
 }

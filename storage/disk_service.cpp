@@ -20,9 +20,10 @@ const char* const kConnectionName = "vantrelle-disk-service";
 QDBusConnection system_bus()
 {
     const QString name = QString::fromLatin1(kConnectionName);
-    const QDBusConnection bus(name);
-    if (bus.isConnected())
+    QDBusConnection bus(name);
+    if (bus.isConnected()) {
         return bus;
+    }
     QDBusConnection::disconnectFromBus(name);
     return QDBusConnection::connectToBus(QDBusConnection::SystemBus, name);
 }
@@ -58,10 +59,12 @@ DeviceProperties device_properties(const QString& devicePath)
 {
     const QDBusMessage reply =
         call(devicePath, kPropertiesInterface, "GetAll", {QString::fromLatin1(kDeviceInterface)});
-    if (reply.type() == QDBusMessage::ErrorMessage)
+    if (reply.type() == QDBusMessage::ErrorMessage) {
         return {QDBusError(reply), {}};
-    if (reply.signature() != QLatin1String("a{sv}"))
+    }
+    if (reply.signature() != QLatin1String("a{sv}")) {
         return {};
+    }
     return {{}, qdbus_cast<QVariantMap>(reply.arguments().constFirst())};
 }
 

@@ -64,8 +64,9 @@ std::optional<Drive> drive_from_properties(const QVariantMap& properties)
 std::string partition_comment(const QVariantMap& properties, const std::string& type)
 {
     std::string comment = text_property(properties, "IdLabel");
-    if (!comment.empty())
+    if (!comment.empty()) {
         comment += " / ";
+    }
     return comment + (type == "VFAT" ? text_property(properties, "IdVersion") : type);
 }
 
@@ -97,11 +98,13 @@ void add_device(const QString& devicePath, std::vector<Drive>& drives,
         return;
     }
     if (flag_property(properties, "DeviceIsDrive")) {
-        if (const auto drive = drive_from_properties(properties))
+        if (const auto drive = drive_from_properties(properties)) {
             drives.push_back(*drive);
+        }
     } else if (flag_property(properties, "DeviceIsPartition")) {
-        if (const auto partition = partition_from_properties(properties))
+        if (const auto partition = partition_from_properties(properties)) {
             partitions.push_back(*partition);
+        }
     } else {
         dbg_ostream(DBG_MODULE, __LINE__) << ": not a drive or partition (skip)" << Qt::endl;
     }
@@ -146,8 +149,9 @@ std::vector<Drive> get_drives()
         return drives;
     }
     std::vector<Drive::Partition> partitions;
-    for (const QDBusObjectPath& device : devices.value())
+    for (const QDBusObjectPath& device : devices.value()) {
         add_device(device.path(), drives, partitions);
+    }
     attach_partitions(drives, std::move(partitions));
     sort_by_device(drives);
     dbg_ostream(DBG_MODULE, __LINE__) << ": " << drives.size() << " drives found" << Qt::endl;

@@ -38,8 +38,9 @@ QString drives_signature(const std::vector<Drive>& drives)
     QStringList paths;
     for (const Drive& drive : drives) {
         paths << QString::fromLatin1(drive.device());
-        for (const Drive::Partition& partition : drive.partitions())
+        for (const Drive::Partition& partition : drive.partitions()) {
             paths << QString::fromLatin1(partition.device());
+        }
     }
     return paths.join(QLatin1String(", "));
 }
@@ -64,6 +65,7 @@ WorkWidget::WorkWidget(MainWindow* mainWindow)
     ui->drivesTreeWidget->setFocusPolicy(Qt::NoFocus);
     ui->drivesTreeWidget->setSelectionMode(QAbstractItemView::NoSelection);
     ui->drivesTreeWidget->header()->swapSections(kTextColumn, kBarColumn);
+    keepButtonRow();
     timer_.setInterval(kTickMs);
 }
 
@@ -212,22 +214,29 @@ void WorkWidget::eraseStart()
     showStopButton();
     showInformation("green", tr("Erasing drives..."));
     const bool emulate = mainWindow_ != nullptr && mainWindow_->emulateErasing();
-    // A start that fails opens a message box, and the screen goes on below it.
-    const auto workers = workers_;
-    for (const auto& worker : workers)
+    // A start that fails opens a message box; the drives behind it in the list are not
+    // complete because they are not running yet.
+    areWorkersStarting_ = true;
+    const auto workers = workers_; // stay alive whatever happens below a message box
+    for (const auto& worker : workers) {
         worker->start(emulate);
+    }
+    areWorkersStarting_ = false;
+    checkWorkers();
 }
 
 void WorkWidget::eraseStop()
 {
     const QString question = tr("If you stop erasing, not all of your data will be erased. Are "
                                 "you sure you want to stop?");
-    if (!message_box::ask(this, QMessageBox::Question, windowTitle(), question, QMessageBox::No))
+    if (!message_box::ask(this, QMessageBox::Question, windowTitle(), question, QMessageBox::No)) {
         return;
-    const auto workers = workers_;
+    }
+    const auto workers = workers_; // as when starting them
     for (const auto& worker : workers) {
-        if (worker->status() == Process::Running)
+        if (worker->status() == Process::Running) {
             worker->stop();
+        }
     }
     state_ = Idle;
     hideButtons();
@@ -238,8 +247,9 @@ void WorkWidget::checkWorkers()
     const bool isAnyRunning =
         std::any_of(workers_.cbegin(), workers_.cend(),
                     [](const auto& worker) { return worker->status() == Process::Running; });
-    if (isAnyRunning)
+    if (isAnyRunning || areWorkersStarting_) {
         return;
+    }
     state_ = Idle;
     hideButtons();
     showInformation("blue", tr("Complete."));
@@ -287,6 +297,14 @@ void WorkWidget::hideButtons()
     ui->restartInitializationButton->hide();
 }
 
+// Without buttons the row keeps its height, so that the drives do not move.
+void WorkWidget::keepButtonRow()
+{
+    QSizePolicy policy = ui->restartInitializationButton->sizePolicy();
+    policy.setRetainSizeWhenHidden(true);
+    ui->restartInitializationButton->setSizePolicy(policy);
+}
+
 void WorkWidget::showInformation(const char* color, const QString& text)
 {
     ui->informationLabel->setStyleSheet(
@@ -310,8 +328,9 @@ void WorkWidget::clearDrives()
 QProgressBar* WorkWidget::addRow(const Drive& drive)
 {
     auto* row = new QTreeWidgetItem({drive_string_short(drive)});
-    for (const Drive::Partition& partition : drive.partitions())
+    for (const Drive::Partition& partition : drive.partitions()) {
         row->addChild(new QTreeWidgetItem({partition_text(partition)}));
+    }
     ui->drivesTreeWidget->addTopLevelItem(row);
     auto* bar = new QProgressBar;
     ui->drivesTreeWidget->setItemWidget(row, kBarColumn, bar);

@@ -60,6 +60,7 @@ private:
     void showStopButton();
     void showRestartButton();
     void hideButtons();
+    void keepButtonRow();
     void showInformation(const char* color, const QString& text);
     void startTimer(void (WorkWidget::*slot)());
     void clearDrives();
@@ -76,4 +77,5 @@ private:
     QString drivesString_;
     int countdownCounter_ = 0;
     std::vector<std::shared_ptr<Worker>> workers_;
+    bool areWorkersStarting_ = false;
 };

@@ -66,8 +66,9 @@ public:
         const QPointer<WiperUI> self(this);
         worker_->progressBar_->setFormat(status_word("ERROR"));
         worker_->showError(erasing_failed_text(drive(), message));
-        if (self)
+        if (self) {
             worker_->currentProcessFinished();
+        }
     }
 
 private:
@@ -106,8 +107,9 @@ public:
         const QPointer<FormatterUI> self(this);
         worker_->progressBar_->setFormat(status_word("ERROR"));
         worker_->showError(formatting_failed_text(drive(), message));
-        if (self)
+        if (self) {
             worker_->currentProcessFinished();
+        }
     }
 
 private:
@@ -142,10 +144,11 @@ Process::Status WorkWidget::WorkerWipeAndFormat::status() const
 
 void WorkWidget::WorkerWipeAndFormat::currentProcessFinished()
 {
-    if (current_ == wiper_.get())
+    if (current_ == wiper_.get()) {
         wipeFinished();
-    else
+    } else {
         owner_->checkWorkers();
+    }
 }
 
 void WorkWidget::WorkerWipeAndFormat::wipeFinished()
@@ -168,10 +171,11 @@ void WorkWidget::WorkerWipeAndFormat::startFormatter(bool partial)
     current_ = formatter_.get();
     QString error;
     const QString imagePath = create_postwipe_image_file(drive_, partial, &error);
-    if (imagePath.isEmpty())
+    if (imagePath.isEmpty()) {
         imageFailed(error);
-    else
+    } else {
         formatter_->start(emulate_, imagePath);
+    }
 }
 
 void WorkWidget::WorkerWipeAndFormat::imageFailed(const QString& message)
@@ -180,8 +184,9 @@ void WorkWidget::WorkerWipeAndFormat::imageFailed(const QString& message)
     formatter_->setStatus(Process::Error);
     progressBar_->setFormat(status_word("ERROR"));
     showError(formatting_failed_text(formatter_->drive(), message));
-    if (self)
+    if (self) {
         currentProcessFinished();
+    }
 }
 
 void WorkWidget::WorkerWipeAndFormat::showError(const QString& text)

@@ -1,0 +1,130 @@
+#include "diskservice/device_properties.h"
+
+#include <QByteArray>
+#include <QDBusObjectPath>
+#include <QStringList>
+
+#include <string_view>
+
+const QString kDevicesPath = QStringLiteral("/org/freedesktop/UDisks/devices");
+
+namespace {
+
+// Text on the bus is UTF-8, and the bus cuts off whoever sends anything else. Bytes that
+// are no UTF-8 are taken as Latin-1, which can hold any byte.
+QString bus_text(const std::string& bytes)
+{
+    const QByteArray raw = QByteArray::fromStdString(bytes);
+    return raw.isValidUtf8() ? QString::fromUtf8(raw) : QString::fromLatin1(raw);
+}
+
+// Type t, whichever of the machine's types has 64 bits.
+QVariant bus_size(std::uint64_t value)
+{
+    return QVariant::fromValue<qulonglong>(value);
+}
+
+QStringList bus_texts(const std::vector<std::string>& list)
+{
+    QStringList texts;
+    for (const std::string& bytes : list) {
+        texts += bus_text(bytes);
+    }
+    return texts;
+}
+
+QVariantMap general_properties(const DeviceRecord& device)
+{
+    const QString deviceFile = bus_text(device.deviceFile);
+    return {
+        {"DeviceFile", deviceFile},
+        {"DeviceFilePresentation", deviceFile},
+        {"DeviceIsDrive", !device.place.has_value()},
+        {"DeviceIsPartition", device.place.has_value()},
+        {"DeviceIsPartitionTable", device.table.has_value()},
+        {"DeviceIsOpticalDisc", device.isOpticalDisc},
+        {"DeviceIsRemovable", device.isRemovable},
+        {"DeviceIsMediaAvailable", device.sizeBytes != 0},
+        {"DeviceIsReadOnly", device.isReadOnly},
+        {"DeviceIsSystemInternal", device.isSystemInternal},
+        {"DeviceIsMounted", !device.mountPaths.empty()},
+        {"DeviceMountPaths", bus_texts(device.mountPaths)},
+        {"DeviceSize", bus_size(device.sizeBytes)},
+        {"DeviceBlockSize", bus_size(device.blockSizeBytes)},
+    };
+}
+
+QVariantMap content_properties(const Content& content)
+{
+    return {
+        {"IdUsage", bus_text(content.usage)},     {"IdType", bus_text(content.type)},
+        {"IdVersion", bus_text(content.version)}, {"IdUuid", bus_text(content.uuid)},
+        {"IdLabel", bus_text(content.label)},
+    };
+}
+
+QVariantMap partition_properties(const PartitionPlace& place)
+{
+    const QString slave =
+        place.driveDeviceFile.empty() ? QStringLiteral("/") : object_path(place.driveDeviceFile);
+    return {
+        {"PartitionSlave", QVariant::fromValue(QDBusObjectPath(slave))},
+        {"PartitionScheme", bus_text(place.entry.scheme)},
+        {"PartitionType", bus_text(place.entry.type)},
+        {"PartitionLabel", bus_text(place.entry.label)},
+        {"PartitionUuid", bus_text(place.entry.uuid)},
+        {"PartitionNumber", place.entry.number},
+        {"PartitionOffset", bus_size(place.entry.offsetBytes)},
+        {"PartitionSize", bus_size(place.entry.sizeBytes)},
+    };
+}
+
+QVariantMap drive_properties(const DeviceRecord& device)
+{
+    const PartitionTable table = device.table.value_or(PartitionTable());
+    return {
+        {"PartitionTableScheme", bus_text(table.scheme)},
+        {"PartitionTableCount", static_cast<int>(table.entries.size())},
+        {"DriveVendor", bus_text(device.identity.vendor)},
+        {"DriveModel", bus_text(device.identity.model)},
+        {"DriveSerial", bus_text(device.identity.serial)},
+        {"DriveRevision", bus_text(device.identity.revision)},
+        {"DriveConnectionInterface", bus_text(device.identity.connectionInterface)},
+    };
+}
+
+bool is_ascii_letter_or_digit(char c)
+{
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+} // namespace
+
+QString object_path(const std::string& deviceFile)
+{
+    constexpr std::string_view kDeviceFolder = "/dev/";
+    constexpr std::string_view kHexDigits = "0123456789abcdef";
+    std::string_view rest = deviceFile;
+    if (rest.starts_with(kDeviceFolder)) {
+        rest.remove_prefix(kDeviceFolder.size());
+    }
+    std::string name;
+    for (const char c : rest) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (is_ascii_letter_or_digit(c)) {
+            name += c;
+        } else {
+            name += {'_', kHexDigits[byte >> 4U], kHexDigits[byte & 0xFU]};
+        }
+    }
+    return kDevicesPath + '/' + QString::fromStdString(name);
+}
+
+QVariantMap device_properties(const DeviceRecord& device)
+{
+    QVariantMap properties = general_properties(device);
+    properties.insert(content_properties(device.content));
+    properties.insert(partition_properties(device.place.value_or(PartitionPlace())));
+    properties.insert(drive_properties(device));
+    return properties;
+}

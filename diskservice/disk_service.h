@@ -1,0 +1,50 @@
+#pragma once
+
+#include "diskservice/device_record.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
+#include <QMap>
+#include <QVariantMap>
+
+/// The objects of the service, answered from one snapshot of the devices: the service's own
+/// object, the folder of the devices and, below it, every device.
+///
+/// A snapshot is taken at the start and by each call of EnumerateDevices, and at no other
+/// time: what a client learns about the devices stays as it is while it asks for them one
+/// after the other. What a new snapshot changes is also sent as signals.
+class DiskService : public QDBusVirtualObject {
+    Q_OBJECT
+
+public:
+    /// The name that the service owns on the bus, and the path to register this object at,
+    /// together with all paths below.
+    static const QString kBusName;
+    static const QString kPath;
+
+    explicit DiskService(DeviceSource source);
+
+    [[nodiscard]] QString introspect(const QString& path) const override;
+    bool handleMessage(const QDBusMessage& call, const QDBusConnection& bus) override;
+
+signals:
+    /// The connection to the bus has ended.
+    void busLost();
+
+private:
+    /// The properties of every device, by object path.
+    using Snapshot = QMap<QString, QVariantMap>;
+
+    [[nodiscard]] Snapshot takeSnapshot() const;
+    [[nodiscard]] bool isObject(const QString& path) const;
+    [[nodiscard]] QString interfaceOf(const QString& path) const;
+    [[nodiscard]] QVariantMap propertiesOf(const QString& path) const;
+    [[nodiscard]] QDBusMessage answer(const QDBusMessage& call, const QDBusConnection& bus);
+    [[nodiscard]] QDBusMessage answerProperties(const QDBusMessage& call) const;
+    [[nodiscard]] QDBusMessage enumerateDevices(const QDBusMessage& call,
+                                                const QDBusConnection& bus);
+
+    DeviceSource source_;
+    Snapshot snapshot_;
+};

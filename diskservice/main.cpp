@@ -1,0 +1,124 @@
+#include "diskservice/disk_service.h"
+#include "diskservice/image_source.h"
+#include "diskservice/options.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusError>
+#include <QSocketNotifier>
+
+#include <sys/signalfd.h>
+
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+// diskservice: lists drives on the message bus; see diskservice(8).
+
+namespace {
+
+/// Exit codes, as the manual page lists them.
+enum class ExitCode {
+    Success = 0, ///< Ended by SIGTERM or SIGINT, or the text that was asked for is shown.
+    Failure = 1, ///< The bus cannot be used, or has gone.
+    Usage = 2,   ///< The command line makes no sense.
+};
+
+ExitCode fail(const QString& message)
+{
+    std::cerr << "diskservice: " << message.toStdString() << std::endl;
+    return ExitCode::Failure;
+}
+
+ExitCode show(const std::string& text)
+{
+    std::cout << text << std::flush;
+    return std::cout ? ExitCode::Success : fail("standard output: cannot be written");
+}
+
+// A descriptor that becomes readable when the service is asked to end. The signals have to
+// be blocked before Qt starts its threads, so that these have them blocked too.
+int end_signals()
+{
+    sigset_t endSignals;
+    sigemptyset(&endSignals);
+    sigaddset(&endSignals, SIGTERM);
+    sigaddset(&endSignals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &endSignals, nullptr);
+    return signalfd(-1, &endSignals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+// Empty when the service owns its name, else why not.
+QString acquire_name(const QDBusConnection& bus)
+{
+    const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply =
+        bus.interface()->registerService(DiskService::kBusName);
+    if (!reply.isValid()) {
+        return DiskService::kBusName + ": " + reply.error().message();
+    }
+    if (reply.value() != QDBusConnectionInterface::ServiceRegistered) {
+        return DiskService::kBusName + ": another program has this name on the bus";
+    }
+    return {};
+}
+
+ExitCode serve(const std::vector<ImageOption>& images, int argc, char** argv)
+{
+    const int endDescriptor = end_signals();
+    if (endDescriptor < 0) {
+        return fail("signals: cannot be waited for");
+    }
+    const QCoreApplication application(argc, argv);
+    QDBusConnection bus = QDBusConnection::systemBus();
+    if (!bus.isConnected()) {
+        return fail("system bus: connect: " + bus.lastError().message());
+    }
+
+    DiskService service{ImageSource(images)};
+    const QSocketNotifier endNotifier(endDescriptor, QSocketNotifier::Read);
+    QObject::connect(&endNotifier, &QSocketNotifier::activated, &application,
+                     [] { QCoreApplication::exit(static_cast<int>(ExitCode::Success)); });
+    bus.connect({}, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local", "Disconnected",
+                &service, SIGNAL(busLost()));
+    QObject::connect(&service, &DiskService::busLost, &application, [] {
+        QCoreApplication::exit(static_cast<int>(fail("the message bus has gone")));
+    });
+
+    if (!bus.registerVirtualObject(DiskService::kPath, &service, QDBusConnection::SubPath)) {
+        return fail(DiskService::kPath + ": cannot be registered");
+    }
+    if (const QString problem = acquire_name(bus); !problem.isEmpty()) {
+        return fail(problem);
+    }
+    return static_cast<ExitCode>(QCoreApplication::exec());
+}
+
+ExitCode run(const Options& options, int argc, char** argv)
+{
+    switch (options.action) {
+    case Options::Action::ShowHelp:
+        return show(kHelpText);
+    case Options::Action::ShowVersion:
+        return show("diskservice " VANTRELLE_VERSION "\n");
+    case Options::Action::Serve:
+        break;
+    }
+    return serve(options.images, argc, argv);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return static_cast<int>(run(parse_options({argv + 1, argv + argc}), argc, argv));
+    } catch (const UsageError& error) {
+        std::cerr << "diskservice: " << error.what() << "\nTry: diskservice --help" << std::endl;
+        return static_cast<int>(ExitCode::Usage);
+    } catch (const std::exception& error) {
+        return static_cast<int>(fail(error.what()));
+    }
+}

@@ -1,0 +1,133 @@
+#include "diskservice/options.h"
+
+#include <filesystem>
+#include <string_view>
+
+const char* const kHelpText =
+    R"(Usage: diskservice --image FILE[,model=TEXT][,serial=TEXT][,sector-size=512|4096][,optical]...
+Lists drives and their partitions on the system message bus, as org.freedesktop.UDisks.
+
+  --image FILE[,...]  serve the image file as a drive; may be given several times
+      model=TEXT        the drive's model
+      serial=TEXT       the drive's serial number
+      sector-size=SIZE  bytes in a logical sector, 512 (default) or 4096
+      optical           the drive is an optical disc
+  --help              show this text
+  --version           show the version
+
+A comma ends FILE and TEXT; a backslash takes the next character as it is ("\,", "\\").
+No device other than the given images is looked at.
+DBUS_SYSTEM_BUS_ADDRESS chooses another bus than the system's.
+)";
+
+namespace {
+
+// Splits at commas; a backslash takes the next character as it is.
+std::vector<std::string> split_fields(const std::string& text)
+{
+    std::vector<std::string> fields(1);
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == ',') {
+            fields.emplace_back();
+            continue;
+        }
+        if (text[i] == '\\' && ++i == text.size()) {
+            throw UsageError("--image: " + text + ": nothing follows the last backslash");
+        }
+        fields.back() += text[i];
+    }
+    return fields;
+}
+
+void apply_field(ImageOption& image, const std::string& field)
+{
+    const std::size_t equals = field.find('=');
+    const std::string name = field.substr(0, equals);
+    const bool hasValue = equals != std::string::npos;
+    const std::string value = hasValue ? field.substr(equals + 1) : std::string();
+    if (name == "model" && hasValue) {
+        image.model = value;
+    } else if (name == "serial" && hasValue) {
+        image.serial = value;
+    } else if (name == "sector-size" && (value == "512" || value == "4096")) {
+        image.sectorSizeBytes = value == "512" ? 512 : 4096;
+    } else if (name == "sector-size") {
+        throw UsageError("--image: sector-size: neither 512 nor 4096: " + value);
+    } else if (field == "optical") {
+        image.isOptical = true;
+    } else {
+        throw UsageError("--image: unknown setting: " + field);
+    }
+}
+
+ImageOption parse_image(const std::string& text)
+{
+    const std::vector<std::string> fields = split_fields(text);
+    if (fields.front().empty()) {
+        throw UsageError("--image: no file is named: " + text);
+    }
+    ImageOption image;
+    image.path = std::filesystem::absolute(fields.front()).string();
+    for (std::size_t i = 1; i < fields.size(); ++i) {
+        apply_field(image, fields[i]);
+    }
+    return image;
+}
+
+// Whether `path` is the image itself or can be the name of one of its partitions.
+bool is_device_of(std::string_view path, const std::string& image)
+{
+    const std::string stem = partition_stem(image);
+    return path == image ||
+           (path.starts_with(stem) &&
+            path.find_first_not_of("0123456789", stem.size()) == std::string_view::npos);
+}
+
+void refuse_clashes(const std::vector<ImageOption>& images)
+{
+    for (std::size_t i = 0; i < images.size(); ++i) {
+        for (std::size_t k = 0; k < images.size(); ++k) {
+            if (i != k && is_device_of(images[i].path, images[k].path)) {
+                throw UsageError("--image: " + images[i].path + ": cannot be told from " +
+                                 images[k].path + " or one of its partitions");
+            }
+        }
+    }
+}
+
+} // namespace
+
+std::string partition_stem(const std::string& image)
+{
+    const bool endsInDigit = image.back() >= '0' && image.back() <= '9';
+    return endsInDigit ? image + 'p' : image;
+}
+
+Options parse_options(const std::vector<std::string>& arguments)
+{
+    static const std::string kImageWithValue = "--image=";
+    Options options;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& argument = arguments[i];
+        if (argument == "--help") {
+            return {Options::Action::ShowHelp, {}};
+        }
+        if (argument == "--version") {
+            return {Options::Action::ShowVersion, {}};
+        }
+        if (argument == "--image" && i + 1 < arguments.size()) {
+            options.images.push_back(parse_image(arguments[++i]));
+        } else if (argument.starts_with(kImageWithValue)) {
+            options.images.push_back(parse_image(argument.substr(kImageWithValue.size())));
+        } else if (argument == "--image") {
+            throw UsageError("--image: no file is named");
+        } else {
+            throw UsageError("unknown option: " + argument);
+        }
+    }
+    if (options.images.empty()) {
+        throw UsageError("no source of devices is given: name image files with --image");
+    }
+    refuse_clashes(options.images);
+    return options;
+}

@@ -1,0 +1,32 @@
+#include "helpers/driver_output.h"
+
+#include "helpers/failure.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+void write_output(const std::string& text)
+{
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t written = ::write(STDOUT_FILENO, text.data() + done, text.size() - done);
+        if (written < 0 && errno != EINTR) {
+            throw system_failure("standard output", "write", errno);
+        }
+        if (written > 0) {
+            done += static_cast<std::size_t>(written);
+        }
+    }
+}
+
+void write_output_line(std::string line)
+{
+    // Not iscntrl(), which follows the locale.
+    const auto isControl = [](char c) {
+        return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+    };
+    std::replace_if(line.begin(), line.end(), isControl, '?');
+    write_output(line + '\n');
+}
