@@ -1,7 +1,7 @@
 #include "app/debug_log.h"
 #include "storage/drives.h"
+#include "tests/diskservice/private_bus.h"
 #include "tests/storage/fake_disk_service.h"
-#include "tests/storage/private_bus.h"
 
 #include <QRegularExpression>
 #include <QTest>
@@ -75,7 +75,7 @@ private:
 void DrivesTest::initTestCase()
 {
     dbg_init(DBG_TYPE_STRING, 1);
-    QVERIFY(bus_.start());
+    QVERIFY(bus_.startAsSystemBus());
 }
 
 void DrivesTest::listsDrives_data()

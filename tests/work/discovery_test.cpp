@@ -1,5 +1,5 @@
 #include "app/debug_log.h"
-#include "tests/storage/private_bus.h"
+#include "tests/diskservice/private_bus.h"
 #include "tests/work/appliance.h"
 #include "work/work_widget.h"
 
@@ -53,7 +53,7 @@ private:
 void DiscoveryTest::initTestCase()
 {
     dbg_init(DBG_TYPE_STRING, 1);
-    QVERIFY(bus_.start());
+    QVERIFY(bus_.startAsSystemBus());
 }
 
 void DiscoveryTest::waitsUntilTheListIsStable_data()

@@ -1,7 +1,7 @@
 #include "app/debug_log.h"
 #include "erase/postwipe_image.h"
 #include "storage/drives.h"
-#include "tests/storage/private_bus.h"
+#include "tests/diskservice/private_bus.h"
 #include "tests/work/appliance.h"
 #include "work/work_widget.h"
 
@@ -52,6 +52,7 @@ private slots:
     void followsProgress();
     void emulates();
     void completesWhenTheLastDriveEnds();
+    void isNotCompleteWhileDrivesAreBeingStarted();
     void reportsEveryFailure();
     void survivesAHelperThatEndsBelowItsErrorBox();
     void goesOnWhenStoppingIsDenied();
@@ -67,7 +68,7 @@ private:
 void EraseTest::initTestCase()
 {
     dbg_init(DBG_TYPE_STRING, 1);
-    QVERIFY(bus_.start());
+    QVERIFY(bus_.startAsSystemBus());
 }
 
 void EraseTest::endsAsTheHelpersEnd_data()
@@ -195,6 +196,23 @@ void EraseTest::completesWhenTheLastDriveEnds()
     QCOMPARE(appliance.status(1), QStringLiteral("ERROR 0"));
     QCOMPARE(appliance.status(2), QStringLiteral("DONE 100"));
     QCOMPARE(appliance.image("sda"), picture(get_drives()[0], false));
+}
+
+void EraseTest::isNotCompleteWhileDrivesAreBeingStarted()
+{
+    Appliance appliance(bus_.address(), {fake_drive("sda"), fake_drive("sdb")});
+    QVERIFY(QFile::remove(appliance.library.filePath(QStringLiteral("driver"))));
+    QStringList seen;
+    appliance.answer = [&](const QString&) {
+        seen << appliance.information() + appliance.offered();
+        appliance.setHelper("driver", "exec sleep 60"); // in time for the second drive
+        return QMessageBox::Ok;
+    };
+    appliance.openAndErase();
+    seen << appliance.information() + appliance.offered();
+    QCOMPARE(seen, QStringList(2, QString(kErasing) + QStringLiteral("stop")));
+    QCOMPARE(appliance.status(0), QStringLiteral("ERROR 0"));
+    QTRY_COMPARE(appliance.runningHelpers(), 1);
 }
 
 void EraseTest::reportsEveryFailure()
