@@ -2,9 +2,6 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QDBusObjectPath>
-
-#include <algorithm>
 
 namespace {
 
@@ -85,7 +82,12 @@ FakeDiskService::~FakeDiskService()
 void FakeDiskService::setDevices(const QList<FakeDevice>& devices)
 {
     const QMutexLocker lock(&mutex_);
-    devices_ = devices;
+    paths_.clear();
+    devices_.clear();
+    for (const FakeDevice& device : devices) {
+        paths_ << QDBusObjectPath(object_path(device));
+        devices_.insert(object_path(device), device);
+    }
 }
 
 void FakeDiskService::setEnumeration(const QString& error, const QVariant& wrongType)
@@ -131,17 +133,11 @@ QDBusMessage FakeDiskService::answerEnumeration(const QDBusMessage& question)
         return question.createErrorReply(QString::fromLatin1(kErrorName), enumerationError_);
     if (enumerationWrongType_.isValid())
         return question.createReply(enumerationWrongType_);
-    QList<QDBusObjectPath> paths;
-    for (const FakeDevice& device : devices_)
-        paths << QDBusObjectPath(object_path(device));
-    return question.createReply(QVariant::fromValue(paths));
+    return question.createReply(QVariant::fromValue(paths_));
 }
 
 FakeDevice FakeDiskService::device(const QString& objectPath) const
 {
     const QMutexLocker lock(&mutex_);
-    const auto found = std::find_if(devices_.cbegin(), devices_.cend(), [&](const auto& device) {
-        return object_path(device) == objectPath;
-    });
-    return found == devices_.cend() ? FakeDevice() : *found;
+    return devices_.value(objectPath);
 }

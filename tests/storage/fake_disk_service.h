@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QDBusObjectPath>
 #include <QDBusVirtualObject>
+#include <QHash>
 #include <QList>
 #include <QMutex>
 #include <QThread>
@@ -49,7 +51,8 @@ private:
     [[nodiscard]] FakeDevice device(const QString& objectPath) const;
 
     mutable QMutex mutex_;
-    QList<FakeDevice> devices_;
+    QList<QDBusObjectPath> paths_;
+    QHash<QString, FakeDevice> devices_; ///< By object path.
     QString enumerationError_;
     QVariant enumerationWrongType_;
     int enumerations_ = 0;
