@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+
+/// An open file descriptor, closed at the end of its life.
+class Descriptor {
+public:
+    explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+    ~Descriptor();
+    Descriptor(Descriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    Descriptor& operator=(Descriptor&&) = delete;
+
+    [[nodiscard]] int get() const { return descriptor_; }
+
+    /// The name under which this very file can be opened again, whatever the name that the
+    /// user gave means by then (proc(5)); valid in this process and in a child that
+    /// inherits the descriptor.
+    [[nodiscard]] std::string procName() const;
+
+private:
+    int descriptor_;
+};
+
+/// Opens a file; `flags` as for open(2), O_CLOEXEC is added. Throws Failure.
+[[nodiscard]] Descriptor open_file(const std::string& path, int flags);
+
+/// An empty file without a name that lives in memory. Throws Failure.
+[[nodiscard]] Descriptor memory_file();
+
+/// Writes all bytes at a position. Throws Failure, naming `name`.
+void write_all(int descriptor, std::string_view bytes, std::uint64_t offsetBytes,
+               const std::string& name);
+
+/// Exactly `count` bytes from a position. Throws Failure, also at an early end.
+[[nodiscard]] std::string read_exactly(int descriptor, std::size_t count, std::uint64_t offsetBytes,
+                                       const std::string& name);
+
+/// The whole content of a regular file. Throws Failure.
+[[nodiscard]] std::string read_file(int descriptor, const std::string& name);
