@@ -22,9 +22,10 @@ QStringList described(const std::vector<Drive>& drives)
     for (const Drive& drive : drives) {
         QStringList fields{text(drive.device()), text(drive.model()), text(drive.serial()),
                            QString::number(drive.sectors()), QString::number(drive.sectorSize())};
-        for (const Drive::Partition& partition : drive.partitions())
+        for (const Drive::Partition& partition : drive.partitions()) {
             fields << text(partition.device()) << QString::number(partition.size())
                    << text(partition.comment());
+        }
         lines << fields.join(u'|');
     }
     return lines;
@@ -138,7 +139,8 @@ void DrivesTest::listsDrives_data()
     row("another kind of device", {drive.with("DeviceIsDrive", false)}, {},
         "not a drive or partition (skip)");
     row("no properties", {{drive.name, {}, {}, {}}}, {}, "not a drive or partition (skip)");
-    row("an answer that is no map", {{drive.name, drive.properties, {}, 42}}, {},
+    row("an answer that is no map",
+        {{drive.name, drive.properties, {}, QVariant::fromValue(QList<int>{1})}}, {},
         "not a drive or partition (skip)");
     row("a partition without a file system", {drive, partition.with("IdType", none)},
         {drive_line("sda")}, "empty type (skip)");

@@ -23,10 +23,11 @@ QString object_path(const FakeDevice& device)
 FakeDevice FakeDevice::with(const char* property, const QVariant& value) const
 {
     FakeDevice changed = *this;
-    if (value.isValid())
+    if (value.isValid()) {
         changed.properties.insert(QLatin1String(property), value);
-    else
+    } else {
         changed.properties.remove(QLatin1String(property));
+    }
     return changed;
 }
 
@@ -68,8 +69,9 @@ FakeDiskService::FakeDiskService(const QString& busAddress)
     bus.registerVirtualObject(root_path(), this, QDBusConnection::SubPath);
     moveToThread(&thread_);
     thread_.start();
-    if (!bus.registerService(QStringLiteral("org.freedesktop.UDisks")))
+    if (!bus.registerService(QStringLiteral("org.freedesktop.UDisks"))) {
         qFatal("the fake disk service is not on the bus");
+    }
 }
 
 FakeDiskService::~FakeDiskService()
@@ -110,17 +112,20 @@ QString FakeDiskService::introspect(const QString&) const
 
 bool FakeDiskService::handleMessage(const QDBusMessage& message, const QDBusConnection& connection)
 {
-    if (message.path() == root_path() && message.member() == QLatin1String("EnumerateDevices"))
+    if (message.path() == root_path() && message.member() == QLatin1String("EnumerateDevices")) {
         return connection.send(answerEnumeration(message));
+    }
     if (message.interface() != QLatin1String("org.freedesktop.DBus.Properties") ||
         message.member() != QLatin1String("GetAll") ||
-        message.arguments() != QVariantList{QStringLiteral("org.freedesktop.UDisks.Device")})
+        message.arguments() != QVariantList{QStringLiteral("org.freedesktop.UDisks.Device")}) {
         return false;
+    }
     const FakeDevice asked = device(message.path());
     QThread::msleep(static_cast<unsigned long>(asked.delayMs));
-    if (!asked.error.isEmpty())
+    if (!asked.error.isEmpty()) {
         return connection.send(
             message.createErrorReply(QString::fromLatin1(kErrorName), asked.error));
+    }
     return connection.send(message.createReply(
         asked.wrongType.isValid() ? asked.wrongType : QVariant(asked.properties)));
 }
@@ -129,10 +134,12 @@ QDBusMessage FakeDiskService::answerEnumeration(const QDBusMessage& question)
 {
     const QMutexLocker lock(&mutex_);
     ++enumerations_;
-    if (!enumerationError_.isEmpty())
+    if (!enumerationError_.isEmpty()) {
         return question.createErrorReply(QString::fromLatin1(kErrorName), enumerationError_);
-    if (enumerationWrongType_.isValid())
+    }
+    if (enumerationWrongType_.isValid()) {
         return question.createReply(enumerationWrongType_);
+    }
     return question.createReply(QVariant::fromValue(paths_));
 }
 

@@ -62,8 +62,9 @@ void Appliance::openAndErase(bool emulate)
     open();
     find<QAction>("actionEmulateErasing")->setChecked(emulate);
     find<QPushButton>("stopButton")->click(); // ends the discovery
-    while (information().startsWith(QStringLiteral("red: ")))
+    while (information().startsWith(QStringLiteral("red: "))) {
         tick("countdownTimeout");
+    }
 }
 
 void Appliance::tick(const char* slot)
@@ -105,8 +106,9 @@ void Appliance::setHelper(const char* name, const char* shellText)
                                        "echo $$ >>$here/pids\n"
                                        "%3\n";
     QFile file(library.filePath(QLatin1String(name)));
-    if (!file.open(QIODevice::WriteOnly))
+    if (!file.open(QIODevice::WriteOnly)) {
         qFatal("no helper script");
+    }
     file.write(QString::fromLatin1(kScript)
                    .arg(records_.path(), QLatin1String(name), QLatin1String(shellText))
                    .toLatin1());
@@ -142,23 +144,27 @@ QString Appliance::here(const char* fileName) const
 void Appliance::touch(const char* fileName) const
 {
     QFile file(here(fileName));
-    if (!file.open(QIODevice::WriteOnly))
+    if (!file.open(QIODevice::WriteOnly)) {
         qFatal("no sign to the helpers");
+    }
 }
 
 void Appliance::answerBox()
 {
     auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-    if (box == nullptr)
+    if (box == nullptr) {
         return;
+    }
     const QString text = described(*box);
     QMessageBox::StandardButton button =
         box->standardButtons() == QMessageBox::Ok ? QMessageBox::Ok : QMessageBox::Yes;
-    if (answer)
+    if (answer) {
         button = answer(text);
+    }
     // The answer itself may have let other boxes open and close.
-    if (button == QMessageBox::NoButton || QApplication::activeModalWidget() != box)
+    if (button == QMessageBox::NoButton || QApplication::activeModalWidget() != box) {
         return;
+    }
     boxes << text;
     box->button(button)->click();
 }

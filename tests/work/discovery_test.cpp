@@ -25,8 +25,9 @@ using Attached = QMap<int, QStringList>;
 QList<FakeDevice> drives_named(const QStringList& names)
 {
     QList<FakeDevice> devices;
-    for (const QString& name : names)
+    for (const QString& name : names) {
         devices << fake_drive(qPrintable(name));
+    }
     return devices;
 }
 
@@ -90,8 +91,9 @@ void DiscoveryTest::waitsUntilTheListIsStable()
         const QString dots((shown - 1) % 4, QLatin1Char('.'));
         QCOMPARE(appliance.information(), QStringLiteral("green: Initializing") + dots);
         QCOMPARE(appliance.service.enumerations(), shown);
-        if (attached.contains(shown))
+        if (attached.contains(shown)) {
             appliance.service.setDevices(drives_named(attached.value(shown)));
+        }
         appliance.tick("initTimeout");
     }
     QTEST(appliance.information(), "end");

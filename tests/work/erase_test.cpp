@@ -119,10 +119,11 @@ void EraseTest::endsAsTheHelpersEnd()
     Appliance appliance(bus_.address(),
                         {fake_drive("sda").with("DriveModel", QStringLiteral("<b>%1%2"))});
     for (const auto& [name, text] : {std::pair("driver", driver), std::pair("format", format)}) {
-        if (text.isNull())
+        if (text.isNull()) {
             QVERIFY(QFile::remove(appliance.library.filePath(QLatin1String(name))));
-        else
+        } else {
             appliance.setHelper(name, text.constData());
+        }
     }
     appliance.openAndErase();
     QTRY_COMPARE(appliance.information(), QString(kComplete));
@@ -133,10 +134,12 @@ void EraseTest::endsAsTheHelpersEnd()
     QVERIFY2(failure.isEmpty() || appliance.boxes[0].startsWith(box),
              qPrintable(appliance.boxes.join(u'\n')));
     QStringList calls;
-    if (!driver.isNull())
+    if (!driver.isNull()) {
         calls << wipe_call("sda");
-    if (isFormatCalled)
+    }
+    if (isFormatCalled) {
         calls << QStringLiteral("format /dev/sda IMAGE");
+    }
     QCOMPARE(appliance.calls(), calls);
 }
 
@@ -294,11 +297,13 @@ void EraseTest::stopsBelowAnErrorBox()
     appliance.setHelper("driver", kFirstFails);
     bool isAsked = false;
     appliance.answer = [&](const QString& box) {
-        if (box == QLatin1String(kStopQuestion))
+        if (box == QLatin1String(kStopQuestion)) {
             return QMessageBox::Yes;
+        }
         if (!isAsked && appliance.status(1) == QLatin1String("%p% 30")) {
             isAsked = true;
-            QTimer::singleShot(0, appliance.find<QPushButton>("stopButton"), &QPushButton::click);
+            QMetaObject::invokeMethod(appliance.find<QPushButton>("stopButton"), "click",
+                                      Qt::QueuedConnection);
         }
         return isAsked && appliance.boxes.contains(QLatin1String(kStopQuestion))
                    ? QMessageBox::Ok
@@ -334,7 +339,8 @@ void EraseTest::killsTheHelpersAtTheEnd()
     appliance.setHelper("driver", "exec sleep 60");
     appliance.openAndErase();
     QTRY_COMPARE(appliance.runningHelpers(), 2);
-    QTimer::singleShot(0, appliance.find<QAction>("actionQuit"), &QAction::trigger);
+    QMetaObject::invokeMethod(appliance.find<QAction>("actionQuit"), "trigger",
+                              Qt::QueuedConnection);
     QCOMPARE(QApplication::exec(), 0);
     appliance.window.reset();
     QTRY_COMPARE(appliance.runningHelpers(), 0);

@@ -162,7 +162,7 @@ void MainWindowTest::opensTheDebugWindowByKey()
     QTest::keyClick(appliance.window.get(), Qt::Key_D, Qt::AltModifier | Qt::ShiftModifier);
     QCOMPARE(debug_windows().size(), 1);
     const QPointer<QWidget> debugWindow = debug_windows().constFirst();
-    QVERIFY(QTest::qWaitForWindowActive(debugWindow));
+    QTRY_COMPARE(QApplication::activeWindow(), debugWindow);
     QTest::keyClick(debugWindow, Qt::Key_D, Qt::AltModifier | Qt::ShiftModifier);
     QCOMPARE(debug_windows().size(), 1);
     QTest::keyClick(debugWindow, Qt::Key_M, Qt::AltModifier | Qt::ShiftModifier);
