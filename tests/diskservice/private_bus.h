@@ -28,13 +28,9 @@ public:
     [[nodiscard]] bool start()
     {
         end_with_this_thread(process_);
-        process_.start("dbus-daemon", {"--session", "--nofork", "--print-address",
-                                       "--address=unix:dir=" + directory_.path()});
-        if (!process_.waitForReadyRead()) {
-            return false;
-        }
-        address_ = QString::fromUtf8(process_.readLine()).trimmed();
-        return true;
+        process_.start("dbus-daemon",
+                       {"--session", "--nofork", "--print-address", "--address=" + address()});
+        return process_.waitForReadyRead(); // it prints the address once it listens
     }
 
     void stop()
@@ -43,14 +39,20 @@ public:
         process_.waitForFinished();
     }
 
-    /// Where it listens, as DBUS_SYSTEM_BUS_ADDRESS takes it; before it has started, where
-    /// nobody does.
-    [[nodiscard]] const QString& address() const { return address_; }
+    /// Where it listens while it runs, as DBUS_SYSTEM_BUS_ADDRESS takes it: always the same.
+    [[nodiscard]] QString address() const { return "unix:path=" + directory_.filePath("bus"); }
+
+    /// Starts it as the system bus of this process too. Before the first bus call: the bus
+    /// library asks only once for the address, so this is for one bus of a process.
+    [[nodiscard]] bool startAsSystemBus()
+    {
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", address().toLatin1());
+        return start();
+    }
 
 private:
     QTemporaryDir directory_;
     QProcess process_;
-    QString address_ = "unix:path=/nonexistent/bus";
 };
 
 class ServiceProcess {
