@@ -48,7 +48,7 @@ Appliance::Appliance(const QString& busAddress, const QList<FakeDevice>& devices
     setHelper("format", "");
     QObject::connect(&boxTimer_, &QTimer::timeout, [this] { answerBox(); });
     boxTimer_.start(5);
-    qApp->installEventFilter(&windowFocus_);
+    qApp->installEventFilter(&windowMinder_);
 }
 
 void Appliance::open(bool desktop)

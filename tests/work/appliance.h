@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/main_window.h"
-#include "app/window_focus.h"
+#include "app/window_minder.h"
 #include "tests/storage/fake_disk_service.h"
 
 #include <QLabel>
@@ -72,5 +72,5 @@ private:
 
     QTemporaryDir records_;
     QTimer boxTimer_;
-    WindowFocus windowFocus_;
+    WindowMinder windowMinder_;
 };
