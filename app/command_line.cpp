@@ -3,6 +3,7 @@
 #include "app/debug_log.h"
 #include "app/program_config.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace {

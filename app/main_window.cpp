@@ -1,6 +1,7 @@
 #include "app/main_window.h"
 
 #include "app/dbg_window.h"
+#include "app/image_file.h"
 #include "app/message_box.h"
 #include "app/program_config.h"
 #include "app/system_command.h"
@@ -12,6 +13,8 @@
 #include <QApplication>
 #include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
+#include <QImage>
 #include <QPixmap>
 #include <QScreen>
 #include <QShortcut>
@@ -118,7 +121,7 @@ void MainWindow::showDebug()
 void MainWindow::saveScreenshot()
 {
     QCoreApplication::processEvents(); // so that the closed menu is gone from the screen
-    const QPixmap picture = QGuiApplication::primaryScreen()->grabWindow(0);
+    const QImage picture = QGuiApplication::primaryScreen()->grabWindow(0).toImage();
     const QString fileName = QFileDialog::getSaveFileName(this, tr("Save Screenshot"),
                                                           QDir::homePath() + QDir::separator() +
                                                               QLatin1String("Screenshot.png"),
@@ -126,7 +129,7 @@ void MainWindow::saveScreenshot()
     if (fileName.isEmpty()) {
         return;
     }
-    if (!picture.save(fileName)) {
+    if (!save_image_file(picture, fileName, QFileInfo(fileName).suffix())) {
         message_box::show(this, QMessageBox::Critical, windowTitle(),
                           tr("Cannot save %1").arg(fileName));
     }

@@ -13,7 +13,7 @@ bool takes_focus(const QWidget& window)
     return type == Qt::Window || type == Qt::Dialog || type == Qt::Sheet;
 }
 
-QWidget* lowest_visible_window()
+QWidget* any_main_window()
 {
     const QWidgetList windows = QApplication::topLevelWidgets();
     for (QWidget* window : windows) {
@@ -33,7 +33,7 @@ QWidget* next_window(const QWidget* parent)
     if (parent != nullptr && parent->window()->isVisible()) {
         return parent->window();
     }
-    return lowest_visible_window();
+    return any_main_window();
 }
 
 void give_focus_below(const QWidget& window)

@@ -1,6 +1,6 @@
 #include "diskservice/content_probe.h"
 
-#include <blkid.h>
+#include <blkid/blkid.h>
 
 #include <algorithm>
 #include <array>

@@ -1,11 +1,10 @@
 #include "erase/postwipe_image.h"
 
 #include "app/display_helpers.h"
+#include "app/image_file.h"
 #include "app/program_config.h"
 #include "erase/post_wipe.h"
 
-#include <QBuffer>
-#include <QFile>
 #include <QImage>
 #include <QObject>
 #include <QTemporaryFile>
@@ -57,16 +56,6 @@ QImage render(const QString& html)
     return image;
 }
 
-// Encoded in memory first: writing the file itself, the toolkit leaves the last bytes
-// unchecked, and a picture cut off by a full disk would pass for a whole one.
-[[nodiscard]] bool save_png(const QImage& image, const QString& path)
-{
-    QBuffer png;
-    QFile file(path);
-    return png.open(QIODevice::WriteOnly) && image.save(&png, "PNG") &&
-           file.open(QIODevice::WriteOnly) && file.write(png.data()) == png.size() && file.flush();
-}
-
 void report(QString* error, const QString& message)
 {
     if (error != nullptr) {
@@ -83,7 +72,7 @@ QString create_postwipe_image_file(const Drive& drive, bool partial, QString* er
         report(error, QObject::tr("Cannot create image file"));
         return {};
     }
-    if (!save_png(render(message_html(drive, partial)), path)) {
+    if (!save_image_file(render(message_html(drive, partial)), path, QStringLiteral("PNG"))) {
         report(error, QObject::tr("Cannot save image file"));
         return {}; // the file is left behind, on purpose
     }

@@ -14,9 +14,11 @@ const char* const DBG_MODULE = "Driver";
 
 constexpr mode_t kCreationMode = 0644;
 
-std::string error_text()
+// Logs what failed, and why; the reason is taken before the log can change it.
+void log_failure(int line, const QString& what)
 {
-    return std::generic_category().message(errno);
+    const std::string reason = std::generic_category().message(errno);
+    dbg_ostream(DBG_MODULE, line) << ": " << what << reason << Qt::endl;
 }
 
 int open_flags(Driver::Mode mode)
@@ -48,8 +50,7 @@ unsigned long long transferred(ssize_t result, unsigned long long offset, unsign
     if (result >= 0) {
         return static_cast<unsigned long long>(result);
     }
-    dbg_ostream(DBG_MODULE, __LINE__)
-        << ": " << offset << " " << length << " -1 " << error_text() << Qt::endl;
+    log_failure(__LINE__, QStringLiteral("%1 %2 -1 ").arg(offset).arg(length));
     return 0;
 }
 
@@ -75,7 +76,7 @@ bool Driver::init(Mode mode)
     const int flags = open_flags(mode) | O_CLOEXEC;
     descriptor_ = uninterrupted([&] { return ::open64(path_.c_str(), flags, kCreationMode); });
     if (descriptor_ < 0) {
-        dbg_ostream(DBG_MODULE, __LINE__) << ": " << path_ << " " << error_text() << Qt::endl;
+        log_failure(__LINE__, QString::fromLatin1(path_) + QLatin1Char(' '));
         return false;
     }
     return measure();
@@ -128,7 +129,7 @@ unsigned long long Driver::writeStd(unsigned long long offset, const void* buffe
 bool Driver::close()
 {
     if (::close(descriptor_) != 0) {
-        dbg_ostream(DBG_MODULE, __LINE__) << ": " << error_text() << Qt::endl;
+        log_failure(__LINE__, QString());
         return false;
     }
     descriptor_ = -1;
@@ -139,7 +140,7 @@ bool Driver::measure()
 {
     const off64_t end = ::lseek64(descriptor_, 0, SEEK_END);
     if (end < 0) {
-        dbg_ostream(DBG_MODULE, __LINE__) << ": " << path_ << " " << error_text() << Qt::endl;
+        log_failure(__LINE__, QString::fromLatin1(path_) + QLatin1Char(' '));
         close();
         return false;
     }
@@ -153,6 +154,6 @@ bool Driver::seek(unsigned long long offset)
     if (::lseek64(descriptor_, position, SEEK_SET) == position && position >= 0) {
         return true;
     }
-    dbg_ostream(DBG_MODULE, __LINE__) << ": " << offset << " " << error_text() << Qt::endl;
+    log_failure(__LINE__, QStringLiteral("%1 ").arg(offset));
     return false;
 }

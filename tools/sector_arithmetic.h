@@ -3,6 +3,9 @@
 // The arithmetic between sector numbers and the controls that show them. It gives the same
 // numbers on every processor; all results are cut off, not rounded.
 
+/// No drive has larger sectors, in bytes; a drive that says so is not touched.
+inline constexpr unsigned long long kMaxSectorSize = 1U << 20U;
+
 /// The last sector's number; 0 for an empty drive.
 [[nodiscard]] unsigned long long last_sector(unsigned long long sectors);
 

@@ -34,7 +34,7 @@ Viewer::~Viewer() = default;
 
 void Viewer::open()
 {
-    if (!driver_.init(Driver::Read)) {
+    if (drive_.sectorSize() > kMaxSectorSize || !driver_.init(Driver::Read)) {
         ui->spinbox->setMaximum(0);
         ui->slider->setMaximum(0);
         ui->textEdit->setPlainText(tr("Error: driver initialization failed"));

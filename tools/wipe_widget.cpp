@@ -24,8 +24,9 @@ constexpr double kMaxSectorsPerTime = 65536;
 
 constexpr qint64 kUpdateMs = 100;
 
-// One write may take long when the system's cache is full: a block is written in pieces, and
-// the event loop gets its turn in between, so that the screen never stands still.
+// A block can be as large as a quarter GiB, and a write takes long when the system's cache
+// is full: blocks are written in pieces, and the event loop gets its turn in between, so
+// that the screen answers at once. An interrupted block is still written to its end.
 constexpr unsigned long long kPieceBytes = 128 * 1024;
 constexpr qint64 kTurnMs = 20;
 
@@ -55,23 +56,31 @@ private:
     QElapsedTimer sinceTurn_;
 };
 
-// The number of sectors written from the start of the block, all being well `count`.
-unsigned long long write_block(Driver& driver, unsigned long long lba, unsigned long long count,
-                               const char* block, EventTurns& turns)
+// Whether all of a block was written. Every sector of the buffer is alike, so that one piece
+// serves for all of the block.
+bool write_block(Driver& driver, unsigned long long lba, unsigned long long count,
+                 const std::vector<char>& piece, EventTurns& turns)
 {
-    const unsigned long long piece = std::max(1ULL, kPieceBytes / driver.sectorSize());
-    unsigned long long done = 0;
-    while (done < count) {
+    const unsigned long long pieceSectors = piece.size() / driver.sectorSize();
+    while (count > 0) {
         turns.takeIfDue();
-        const unsigned long long sectors = std::min(piece, count - done);
-        const unsigned long long written =
-            driver.writeSectors(lba + done, sectors, block + done * driver.sectorSize());
-        done += written;
-        if (written < sectors) {
-            break;
+        const unsigned long long sectors = std::min(pieceSectors, count);
+        if (driver.writeSectors(lba, sectors, piece.data()) < sectors) {
+            return false;
         }
+        lba += sectors;
+        count -= sectors;
     }
-    return done;
+    return true;
+}
+
+std::vector<char> filled_piece(const std::string& pattern, unsigned long long sectorSize)
+{
+    const unsigned long long sectors = std::max(1ULL, kPieceBytes / sectorSize);
+    std::vector<char> piece(static_cast<std::size_t>(sectors * sectorSize));
+    pattern_fill_sectors(piece.data(), static_cast<unsigned>(sectorSize), pattern.data(),
+                         static_cast<unsigned>(pattern.size()), static_cast<unsigned>(sectors));
+    return piece;
 }
 
 } // namespace
@@ -89,6 +98,7 @@ void WipeWidget::setDrive(const Drive& drive)
     lastLba_ = last_sector(drive.sectors());
     ui->id->setText(drive_label(drive));
     ui->lba->setMaximum(static_cast<double>(lastLba_));
+    ui->lba->setValue(0); // the range is the whole drive, also on coming back
     ui->sectors->setMinimum(1);
     ui->sectors->setMaximum(static_cast<double>(drive.sectors()));
     ui->sectors->setValue(static_cast<double>(drive.sectors()));
@@ -137,22 +147,17 @@ void WipeWidget::wipe(const std::string& pattern)
 {
     dbg_ostream(DBG_MODULE, __LINE__) << ": init " << drive_.device() << Qt::endl;
     Driver driver(drive_.device().c_str(), drive_.sectorSize());
-    if (!driver.init(Driver::Write)) {
+    if (drive_.sectorSize() > kMaxSectorSize || !driver.init(Driver::Write)) {
         dbg_ostream(DBG_MODULE, __LINE__) << ": init failed" << Qt::endl;
         showError(tr("Error: driver initialization failed"));
         return;
     }
-    const unsigned long long sectorsPerTime = whole_number(ui->sectorsPerTime->value());
-    std::vector<char> block(static_cast<std::size_t>(sectorsPerTime * drive_.sectorSize()));
-    pattern_fill_sectors(block.data(), static_cast<unsigned>(drive_.sectorSize()), pattern.data(),
-                         static_cast<unsigned>(pattern.size()),
-                         static_cast<unsigned>(sectorsPerTime));
-    wipeRange(driver, block);
+    wipeRange(driver, filled_piece(pattern, drive_.sectorSize()));
 }
 
-void WipeWidget::wipeRange(Driver& driver, const std::vector<char>& block)
+void WipeWidget::wipeRange(Driver& driver, const std::vector<char>& piece)
 {
-    const unsigned long long blockSectors = block.size() / driver.sectorSize();
+    const unsigned long long blockSectors = whole_number(ui->sectorsPerTime->value());
     const unsigned long long totalSectors = whole_number(ui->sectors->value());
     unsigned long long lba = whole_number(ui->lba->value());
     unsigned long long remaining = totalSectors;
@@ -171,7 +176,7 @@ void WipeWidget::wipeRange(Driver& driver, const std::vector<char>& block)
             break;
         }
         const unsigned long long count = std::min(blockSectors, remaining);
-        const bool isWritten = write_block(driver, lba, count, block.data(), turns) == count;
+        const bool isWritten = write_block(driver, lba, count, piece, turns);
         if (dialog && !isWritten && !confirmFailure(lba, count)) {
             break;
         }

@@ -36,7 +36,7 @@ private slots:
 private:
     void showError(const QString& text);
     void wipe(const std::string& pattern);
-    void wipeRange(Driver& driver, const std::vector<char>& block);
+    void wipeRange(Driver& driver, const std::vector<char>& piece);
     QPointer<QProgressDialog> openProgressDialog();
     void showProgress(QProgressDialog& dialog, unsigned long long lba,
                       unsigned long long totalSectors);

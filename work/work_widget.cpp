@@ -90,7 +90,7 @@ void WorkWidget::initStart()
     drivesString_ = QString();
     initCounter_ = 0;
     initFindMoreDrivesTimeout_ = kFirstWaitTicks;
-    startTimer(&WorkWidget::initTimeout);
+    restartTimer(&WorkWidget::initTimeout);
     ui->informationLabel->setStyleSheet(QStringLiteral("QLabel { color : green; }"));
     initTimeout();
 }
@@ -160,7 +160,7 @@ void WorkWidget::countdownStart()
     state_ = CountingDown;
     showStopButton();
     countdownCounter_ = kCountdownSeconds;
-    startTimer(&WorkWidget::countdownTimeout);
+    restartTimer(&WorkWidget::countdownTimeout);
     ui->informationLabel->setStyleSheet(QStringLiteral("QLabel { color : red; }"));
     countdownTimeout();
 }
@@ -219,7 +219,9 @@ void WorkWidget::eraseStart()
     areWorkersStarting_ = true;
     const auto workers = workers_; // stay alive whatever happens below a message box
     for (const auto& worker : workers) {
-        worker->start(emulate);
+        if (state_ == Erasing) { // the user may have stopped it below a message box
+            worker->start(emulate);
+        }
     }
     areWorkersStarting_ = false;
     checkWorkers();
@@ -312,7 +314,7 @@ void WorkWidget::showInformation(const char* color, const QString& text)
     ui->informationLabel->setText(text);
 }
 
-void WorkWidget::startTimer(void (WorkWidget::*slot)())
+void WorkWidget::restartTimer(void (WorkWidget::*slot)())
 {
     timer_.disconnect();
     connect(&timer_, &QTimer::timeout, this, slot);

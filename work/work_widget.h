@@ -62,7 +62,7 @@ private:
     void hideButtons();
     void keepButtonRow();
     void showInformation(const char* color, const QString& text);
-    void startTimer(void (WorkWidget::*slot)());
+    void restartTimer(void (WorkWidget::*slot)());
     void clearDrives();
     QProgressBar* addRow(const Drive& drive);
     void createWipeWorkers();

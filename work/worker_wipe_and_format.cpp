@@ -32,8 +32,7 @@ QString formatting_failed_text(const Drive& drive, const QString& message)
 
 } // namespace
 
-// The wipe job of a row. While a message box is open anything may happen, also the end of
-// this job: then nothing of it may be touched any more.
+// The wipe job of a row.
 class WorkWidget::WorkerWipeAndFormat::WiperUI : public Wiper {
 public:
     WiperUI(int id, const Drive& drive, WorkerWipeAndFormat* worker)
@@ -49,11 +48,7 @@ public:
 
     void updateProgress(int percent) override { worker_->progressBar_->setValue(percent); }
 
-    void updateStatusStopped() override
-    {
-        worker_->progressBar_->setFormat(status_word("STOPPED"));
-        worker_->currentProcessFinished();
-    }
+    void updateStatusStopped() override { worker_->showStopped(); }
 
     void updateStatusDone() override
     {
@@ -63,19 +58,14 @@ public:
 
     void updateStatusError(const QString& message) override
     {
-        const QPointer<WiperUI> self(this);
-        worker_->progressBar_->setFormat(status_word("ERROR"));
-        worker_->showError(erasing_failed_text(drive(), message));
-        if (self) {
-            worker_->currentProcessFinished();
-        }
+        worker_->showFailed(*this, erasing_failed_text(drive(), message));
     }
 
 private:
     WorkerWipeAndFormat* worker_;
 };
 
-// The format job of a row; the same holds for its message boxes.
+// The format job of a row.
 class WorkWidget::WorkerWipeAndFormat::FormatterUI : public Formatter {
 public:
     FormatterUI(int id, const Drive& drive, WorkerWipeAndFormat* worker)
@@ -89,11 +79,7 @@ public:
         worker_->progressBar_->setValue(0);
     }
 
-    void updateStatusStopped() override
-    {
-        worker_->progressBar_->setFormat(status_word("STOPPED"));
-        worker_->currentProcessFinished();
-    }
+    void updateStatusStopped() override { worker_->showStopped(); }
 
     void updateStatusDone() override
     {
@@ -104,12 +90,7 @@ public:
 
     void updateStatusError(const QString& message) override
     {
-        const QPointer<FormatterUI> self(this);
-        worker_->progressBar_->setFormat(status_word("ERROR"));
-        worker_->showError(formatting_failed_text(drive(), message));
-        if (self) {
-            worker_->currentProcessFinished();
-        }
+        worker_->showFailed(*this, formatting_failed_text(drive(), message));
     }
 
 private:
@@ -172,24 +153,27 @@ void WorkWidget::WorkerWipeAndFormat::startFormatter(bool partial)
     QString error;
     const QString imagePath = create_postwipe_image_file(drive_, partial, &error);
     if (imagePath.isEmpty()) {
-        imageFailed(error);
+        formatter_->setStatus(Process::Error);
+        formatter_->updateStatusError(error);
     } else {
         formatter_->start(emulate_, imagePath);
     }
 }
 
-void WorkWidget::WorkerWipeAndFormat::imageFailed(const QString& message)
+void WorkWidget::WorkerWipeAndFormat::showStopped()
 {
-    const QPointer<FormatterUI> self(formatter_.get());
-    formatter_->setStatus(Process::Error);
+    progressBar_->setFormat(status_word("STOPPED"));
+    currentProcessFinished();
+}
+
+// While the message box is open anything may happen, also the end of the job and with it of
+// this worker: then nothing of them may be touched any more.
+void WorkWidget::WorkerWipeAndFormat::showFailed(Process& job, const QString& text)
+{
+    const QPointer<Process> self(&job);
     progressBar_->setFormat(status_word("ERROR"));
-    showError(formatting_failed_text(formatter_->drive(), message));
+    message_box::show(owner_->window(), QMessageBox::Critical, owner_->windowTitle(), text);
     if (self) {
         currentProcessFinished();
     }
-}
-
-void WorkWidget::WorkerWipeAndFormat::showError(const QString& text)
-{
-    message_box::show(owner_->window(), QMessageBox::Critical, owner_->windowTitle(), text);
 }

@@ -25,8 +25,8 @@ private:
 
     void wipeFinished();
     void startFormatter(bool partial);
-    void imageFailed(const QString& message);
-    void showError(const QString& text);
+    void showStopped();
+    void showFailed(Process& job, const QString& text);
 
     Drive drive_;
     WorkWidget* owner_;
