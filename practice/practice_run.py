@@ -2,8 +2,8 @@
 """The main job on image files: discovery, countdown, erasing, formatting, "Complete.".
 
 Nothing of this computer is touched: the program sees a private message bus whose disk
-service lists three image files and nothing else, and its restart and shutdown buttons lead
-nowhere. Everything that is started ends with this run.
+service lists three image files and nothing else, and in a window on your display its restart
+and shutdown buttons lead nowhere. Everything that is started ends with this run.
 """
 
 import argparse
@@ -14,6 +14,7 @@ import re
 import shutil
 import subprocess
 import sys
+import time
 
 import erased_drive
 import used_drives
@@ -77,10 +78,18 @@ class Log:
     def ended_jobs(self):
         return len(re.findall(r"id: \d+: finished: ", self.text()))
 
-    def pictures(self):
-        """The picture of each drive, by its image file's path."""
-        starts = re.findall(r"start: \S*/format (\S+?)(?:-emulate)? (\S+\.png)", self.text())
-        return {device: pathlib.Path(picture) for device, picture in starts}
+    def is_over(self, drive):
+        """Whether nothing more happens to the drive with this number: it was erased and
+        formatted, or one of the two failed."""
+        text = self.text()
+        failed = rf"id: {drive}: (stdout: error: |finished: exitCode: [1-9]|finished: .*Status: 1)"
+        return text.count(f"id: {drive}: finished: ") == 2 or re.search(failed, text) is not None
+
+    def picture(self, image):
+        """The picture that was made for a drive; None when it was not formatted."""
+        start = re.search(rf"start: .*/format {re.escape(str(image))} (.*\.png)$", self.text(),
+                          re.MULTILINE)
+        return pathlib.Path(start.group(1)) if start else None
 
 
 def switch_emulation_on(display):
@@ -88,7 +97,7 @@ def switch_emulation_on(display):
     press(display, "alt+shift+m", "e")
 
 
-def follow(log, display, directory, emulate):
+def follow(log, window, display, directory, emulate):
     """Watches the automatic path on a virtual screen to its end."""
     log.wait_for(r"3 drives found", DISCOVERY_SECONDS, "discovery")
     wait_until(lambda: log.text().count("initTimeout()") > 2, DISCOVERY_SECONDS, "discovery")
@@ -99,9 +108,10 @@ def follow(log, display, directory, emulate):
     screenshot(display, directory, "2-countdown")
     log.wait_for(r"stdout: progress: [3-9]\d", DISCOVERY_SECONDS, "erasing")
     screenshot(display, directory, "3-erasing")
-    jobs = 2 * len(used_drives.DRIVES)  # erase and format
-    wait_until(lambda: log.ended_jobs() >= jobs, ERASE_SECONDS, "the end of all jobs")
-    wait_until(lambda: log.text().count("close()") >= jobs, ERASE_SECONDS, "the last row")
+    drives = range(len(used_drives.DRIVES))
+    wait_until(lambda: window.poll() is not None or all(map(log.is_over, drives)),
+               ERASE_SECONDS, "the end of all jobs")
+    time.sleep(1)  # until the last row is painted
     screenshot(display, directory, "4-complete")
 
 
@@ -114,14 +124,14 @@ def checksum(path):
 
 
 def report_erased(images, log):
-    pictures = log.pictures()
     is_good = True
     for image in images:
-        if str(image) not in pictures:
+        picture = log.picture(image)
+        if picture is None:
             wrong, facts = ["it was not formatted"], []
         else:
             try:
-                wrong, facts = erased_drive.check(image, pictures[str(image)])
+                wrong, facts = erased_drive.check(image, picture)
             except (ValueError, OSError, subprocess.CalledProcessError) as error:
                 wrong, facts = [str(error)], []
         print(f"{image.name}: {'NOT ERASED' if wrong else 'erased and formatted'}")
@@ -149,7 +159,7 @@ def run_program(arguments, directory, images, log):
         stage.start_disk_service(images)
         window = stage.start_program()
         if is_virtual(arguments):
-            follow(log, stage.display, directory, arguments.emulate)
+            follow(log, window, stage.display, directory, arguments.emulate)
         else:
             print("The report comes when you close the window.")
             window.wait()

@@ -27,7 +27,8 @@ class Stage:
         """The service with an image file for each of the used drives."""
         options = []
         for image, drive in zip(images, used_drives.DRIVES):
-            options += ["--image", f"{image},model={drive.model},serial={drive.serial},"
+            file = str(image).replace("\\", "\\\\").replace(",", "\\,")
+            options += ["--image", f"{file},model={drive.model},serial={drive.serial},"
                                    f"sector-size={drive.sector_size}"]
         self._processes.start([self._binaries / "diskservice", *options], self._bus,
                               stderr=self._messages)
