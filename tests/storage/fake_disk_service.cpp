@@ -1,0 +1,147 @@
+#include "tests/storage/fake_disk_service.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+
+#include <algorithm>
+
+namespace {
+
+const char* const kConnectionName = "fake-disk-service";
+const char* const kErrorName = "org.freedesktop.UDisks.Error.Failed";
+
+QString root_path()
+{
+    return QStringLiteral("/org/freedesktop/UDisks");
+}
+
+QString object_path(const FakeDevice& device)
+{
+    return root_path() + QStringLiteral("/devices/") + device.name;
+}
+
+} // namespace
+
+FakeDevice FakeDevice::with(const char* property, const QVariant& value) const
+{
+    FakeDevice changed = *this;
+    if (value.isValid())
+        changed.properties.insert(QLatin1String(property), value);
+    else
+        changed.properties.remove(QLatin1String(property));
+    return changed;
+}
+
+FakeDevice fake_drive(const char* name)
+{
+    const QString text = QString::fromLatin1(name);
+    return {text,
+            {{QStringLiteral("DeviceFile"), QStringLiteral("/dev/") + text},
+             {QStringLiteral("DeviceIsDrive"), true},
+             {QStringLiteral("DeviceIsPartition"), false},
+             {QStringLiteral("DeviceIsOpticalDisc"), false},
+             {QStringLiteral("DeviceSize"), qulonglong(500'000'000'000)},
+             {QStringLiteral("DeviceBlockSize"), qulonglong(512)},
+             {QStringLiteral("DriveModel"), QStringLiteral("Model ") + text},
+             {QStringLiteral("DriveSerial"), QStringLiteral("Serial ") + text}},
+            {},
+            {}};
+}
+
+FakeDevice fake_partition(const char* name)
+{
+    const QString text = QString::fromLatin1(name);
+    return {text,
+            {{QStringLiteral("DeviceFile"), QStringLiteral("/dev/") + text},
+             {QStringLiteral("DeviceIsDrive"), false},
+             {QStringLiteral("DeviceIsPartition"), true},
+             {QStringLiteral("DeviceSize"), qulonglong(1'000'000'000)},
+             {QStringLiteral("IdType"), QStringLiteral("vfat")},
+             {QStringLiteral("IdVersion"), QStringLiteral("FAT32")},
+             {QStringLiteral("IdLabel"), QStringLiteral("DATA")}},
+            {},
+            {}};
+}
+
+FakeDiskService::FakeDiskService(const QString& busAddress)
+{
+    auto bus = QDBusConnection::connectToBus(busAddress, QString::fromLatin1(kConnectionName));
+    // Before the move: it makes a child of this object.
+    bus.registerVirtualObject(root_path(), this, QDBusConnection::SubPath);
+    moveToThread(&thread_);
+    thread_.start();
+    if (!bus.registerService(QStringLiteral("org.freedesktop.UDisks")))
+        qFatal("the fake disk service is not on the bus");
+}
+
+FakeDiskService::~FakeDiskService()
+{
+    QDBusConnection::disconnectFromBus(QString::fromLatin1(kConnectionName));
+    thread_.quit();
+    thread_.wait();
+}
+
+void FakeDiskService::setDevices(const QList<FakeDevice>& devices)
+{
+    const QMutexLocker lock(&mutex_);
+    devices_ = devices;
+}
+
+void FakeDiskService::setEnumeration(const QString& error, const QVariant& wrongType)
+{
+    const QMutexLocker lock(&mutex_);
+    enumerationError_ = error;
+    enumerationWrongType_ = wrongType;
+}
+
+int FakeDiskService::enumerations() const
+{
+    const QMutexLocker lock(&mutex_);
+    return enumerations_;
+}
+
+QString FakeDiskService::introspect(const QString&) const
+{
+    return {};
+}
+
+bool FakeDiskService::handleMessage(const QDBusMessage& message, const QDBusConnection& connection)
+{
+    if (message.path() == root_path() && message.member() == QLatin1String("EnumerateDevices"))
+        return connection.send(answerEnumeration(message));
+    if (message.interface() != QLatin1String("org.freedesktop.DBus.Properties") ||
+        message.member() != QLatin1String("GetAll") ||
+        message.arguments() != QVariantList{QStringLiteral("org.freedesktop.UDisks.Device")})
+        return false;
+    const FakeDevice asked = device(message.path());
+    QThread::msleep(static_cast<unsigned long>(asked.delayMs));
+    if (!asked.error.isEmpty())
+        return connection.send(
+            message.createErrorReply(QString::fromLatin1(kErrorName), asked.error));
+    return connection.send(message.createReply(
+        asked.wrongType.isValid() ? asked.wrongType : QVariant(asked.properties)));
+}
+
+QDBusMessage FakeDiskService::answerEnumeration(const QDBusMessage& question)
+{
+    const QMutexLocker lock(&mutex_);
+    ++enumerations_;
+    if (!enumerationError_.isEmpty())
+        return question.createErrorReply(QString::fromLatin1(kErrorName), enumerationError_);
+    if (enumerationWrongType_.isValid())
+        return question.createReply(enumerationWrongType_);
+    QList<QDBusObjectPath> paths;
+    for (const FakeDevice& device : devices_)
+        paths << QDBusObjectPath(object_path(device));
+    return question.createReply(QVariant::fromValue(paths));
+}
+
+FakeDevice FakeDiskService::device(const QString& objectPath) const
+{
+    const QMutexLocker lock(&mutex_);
+    const auto found = std::find_if(devices_.cbegin(), devices_.cend(), [&](const auto& device) {
+        return object_path(device) == objectPath;
+    });
+    return found == devices_.cend() ? FakeDevice() : *found;
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QDBusVirtualObject>
+#include <QList>
+#include <QMutex>
+#include <QThread>
+#include <QVariantMap>
+
+/// One device of the fake disk service and how it answers the question for its properties.
+struct FakeDevice {
+    QString name; ///< The last part of its object path.
+    QVariantMap properties;
+    QString error;      ///< Unless empty the answer is an error with this message.
+    QVariant wrongType; ///< When valid the answer is this instead of a map.
+    int delayMs = 0;    ///< The answer takes this long.
+
+    /// The same device with one property changed; an invalid value takes it away.
+    [[nodiscard]] FakeDevice with(const char* property, const QVariant& value) const;
+};
+
+/// A drive "/dev/NAME" of 500 GB with the model "Model NAME", and a FAT32 partition
+/// "/dev/NAME" of 1 GB with the label "DATA".
+[[nodiscard]] FakeDevice fake_drive(const char* name);
+[[nodiscard]] FakeDevice fake_partition(const char* name);
+
+/// A disk service that says what a test wants. It answers in its own thread: whoever asks
+/// blocks until the answer comes.
+class FakeDiskService : public QDBusVirtualObject {
+    Q_OBJECT
+
+public:
+    /// Makes an empty service on a running bus.
+    explicit FakeDiskService(const QString& busAddress);
+    ~FakeDiskService() override;
+
+    void setDevices(const QList<FakeDevice>& devices);
+    /// The answer to the question for all devices: an error with this message unless empty,
+    /// else this value unless invalid, else the devices.
+    void setEnumeration(const QString& error, const QVariant& wrongType);
+
+    /// How often all devices were asked for.
+    [[nodiscard]] int enumerations() const;
+
+    [[nodiscard]] QString introspect(const QString& path) const override;
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override;
+
+private:
+    [[nodiscard]] QDBusMessage answerEnumeration(const QDBusMessage& question);
+    [[nodiscard]] FakeDevice device(const QString& objectPath) const;
+
+    mutable QMutex mutex_;
+    QList<FakeDevice> devices_;
+    QString enumerationError_;
+    QVariant enumerationWrongType_;
+    int enumerations_ = 0;
+    QThread thread_;
+};
