@@ -39,9 +39,9 @@ private slots:
                             fake_file_system("sde").with("IdUsage", "raid"),
                             fake_file_system("sda10").with("DeviceMountPaths", places)});
         Mounter mounter(nullptr);
-        QCOMPARE(state(mounter), "sda10: DATA (vfat) - /m%1\u00fc [refresh umount browse]");
+        QCOMPARE(state(mounter), "sda10: DATA (vfat) - /m%1\u00fc &refresh &umount &browse");
         mounter.findChild<QListWidget*>()->setCurrentRow(1);
-        QCOMPARE(state(mounter), "sdb1: <no label> (vfat) - <not mounted> [refresh mount]");
+        QCOMPARE(state(mounter), "sdb1: <no label> (vfat) - <not mounted> &refresh &mount");
         QCOMPARE(logged(), QStringLiteral(R"(get_filesystems()
 *** devicePath: sdb1 ***
 updateMountPath: devicePath: sdb1
@@ -65,7 +65,7 @@ device: sda10
 )"));
         service.setEnumeration("no %1", {});
         press(mounter, "refresh");
-        QCOMPARE(state(mounter), "none [refresh]");
+        QCOMPARE(state(mounter), "none &refresh");
         QVERIFY(logged().endsWith("EnumerateDevices failed: no %1\n"));
     }
 
@@ -88,13 +88,13 @@ device: sda10
         QCOMPARE(list->currentRow(), 2);
         list->setCurrentRow(1);
         press(mounter, "mount");
-        QCOMPARE(state(mounter), "sdb1: DATA (vfat) - /media/sdb1 [refresh umount browse]");
+        QCOMPARE(state(mounter), "sdb1: DATA (vfat) - /media/sdb1 &refresh &umount &browse");
         press(mounter, "umount");
-        QCOMPARE(state(mounter), "sdb1: DATA (vfat) - <not mounted> [refresh mount]");
+        QCOMPARE(state(mounter), "sdb1: DATA (vfat) - <not mounted> &refresh &mount");
         service.setDevices({busy.with("DeviceMountPaths", QStringList{"/x"})});
         press(mounter, "refresh"); // the list is too short for the row selected before
         press(mounter, "umount");
-        QCOMPARE(state(mounter), "sda1: DATA (vfat) - /x [refresh umount browse]");
+        QCOMPARE(state(mounter), "sda1: DATA (vfat) - /x &refresh &umount &browse");
         const QString failed = "Critical Mounter: mount failed";
         QCOMPARE(boxes.shown, QStringList({failed, failed, "Critical Mounter: umount failed"}));
     }
@@ -121,12 +121,11 @@ private:
     static QString state(const Mounter& mounter)
     {
         const auto* item = mounter.findChild<QListWidget*>()->currentItem();
-        QStringList buttons;
+        QString text = item ? item->text() : "none";
         for (const QPushButton* button : mounter.findChildren<QPushButton*>()) {
-            buttons << (button->isEnabled() ? button->objectName() : QString());
+            text += button->isEnabled() ? " &" + button->objectName() : "";
         }
-        buttons.removeAll(QString());
-        return (item ? item->text() : "none") + " [" + buttons.join(' ') + ']';
+        return text;
     }
 
     // Without the places in the source and the directory of the devices.

@@ -114,7 +114,7 @@ private slots:
         place.wipe("\\x0");
         place.boxes.answers = {QMessageBox::No};
         place.wipe("a");
-        QVERIFY(place.at(0).readAll() == QByteArray(1000 * 512, '\0'));
+        QVERIFY(place.at(0).readAll() == QByteArray(place.file.size(), '\0'));
         place.drive.setDevice(place.directory.path().toStdString());
         place.widget.setDrive(place.drive);
         place.wipe("a");
@@ -160,7 +160,7 @@ private slots:
     // The file starts empty and so tells by its size how far the wipe has come.
     void stopsAfterTheBlockInHand()
     {
-        Workplace place(3 * 65536, 4096);
+        Workplace place(3ULL * 65536, 4096);
         place.number("sectorsPerTime")->setValue(65536);
         QVERIFY(place.file.resize(0));
         qint64 atInterrupt = 0;
