@@ -160,6 +160,7 @@ private slots:
     // The file starts empty and so tells by its size how far the wipe has come.
     void stopsAfterTheBlockInHand()
     {
+        constexpr qint64 blockBytes = 65536LL * 4096;
         Workplace place(3ULL * 65536, 4096);
         place.number("sectorsPerTime")->setValue(65536);
         QVERIFY(place.file.resize(0));
@@ -174,8 +175,8 @@ private slots:
         });
         turns.start(0);
         place.wipe("a");
-        QVERIFY2(atInterrupt < 65536 * 4096, "no turn of the event loop during a block");
-        QCOMPARE(place.file.size(), 65536 * 4096);
+        QVERIFY2(atInterrupt < blockBytes, "no turn of the event loop during a block");
+        QCOMPARE(place.file.size(), blockBytes);
         QCOMPARE(place.boxes.shown, QStringList{"?"});
     }
 };
