@@ -27,12 +27,12 @@ Viewer::Viewer(const Drive& drive, QWidget* parent)
     setWindowTitle(QString::fromLatin1(drive_.model()) + QLatin1String(" / ") +
                    QString::fromLatin1(drive_.serial()));
     ui->textEdit->setFont(ui_get_monospace_font());
-    open();
+    openDrive();
 }
 
 Viewer::~Viewer() = default;
 
-void Viewer::open()
+void Viewer::openDrive()
 {
     if (drive_.sectorSize() > kMaxSectorSize || !driver_.init(Driver::Read)) {
         ui->spinbox->setMaximum(0);

@@ -26,7 +26,7 @@ private slots:
     void on_slider_valueChanged(int position);
 
 private:
-    void open();
+    void openDrive();
     QString dumpText(unsigned long long lba);
     void setControls(unsigned long long lba);
 

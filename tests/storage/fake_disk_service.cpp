@@ -2,6 +2,10 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusVariant>
+
+#include <algorithm>
 
 namespace {
 
@@ -115,12 +119,18 @@ bool FakeDiskService::handleMessage(const QDBusMessage& message, const QDBusConn
     if (message.path() == root_path() && message.member() == QLatin1String("EnumerateDevices")) {
         return connection.send(answerEnumeration(message));
     }
+    const QString interface = QStringLiteral("org.freedesktop.UDisks.Device");
+    const FakeDevice asked = device(message.path());
+    if (message.interface() == interface) {
+        return connection.send(answerOperation(message, asked));
+    }
     if (message.interface() != QLatin1String("org.freedesktop.DBus.Properties") ||
-        message.member() != QLatin1String("GetAll") ||
-        message.arguments() != QVariantList{QStringLiteral("org.freedesktop.UDisks.Device")}) {
+        message.arguments().value(0) != interface) {
         return false;
     }
-    const FakeDevice asked = device(message.path());
+    if (message.member() == QLatin1String("Get")) {
+        return connection.send(answerProperty(message, asked));
+    }
     QThread::msleep(static_cast<unsigned long>(asked.delayMs));
     if (!asked.error.isEmpty()) {
         return connection.send(
@@ -141,6 +151,33 @@ QDBusMessage FakeDiskService::answerEnumeration(const QDBusMessage& question)
         return question.createReply(enumerationWrongType_);
     }
     return question.createReply(QVariant::fromValue(paths_));
+}
+
+QDBusMessage FakeDiskService::answerProperty(const QDBusMessage& question,
+                                             const FakeDevice& asked) const
+{
+    const QVariant value = asked.properties.value(question.arguments().value(1).toString());
+    if (!value.isValid())
+        return question.createErrorReply(QString::fromLatin1(kErrorName), asked.error);
+    return question.createReply(QVariant::fromValue(QDBusVariant(value)));
+}
+
+// Takes only what asks for the type to be found out and for no options.
+QDBusMessage FakeDiskService::answerOperation(const QDBusMessage& call, const FakeDevice& asked)
+{
+    const bool isMount = call.member() == QLatin1String("FilesystemMount") &&
+                         call.arguments() == QVariantList{QString(), QStringList()};
+    const bool isUnmount = call.member() == QLatin1String("FilesystemUnmount") &&
+                           call.arguments() == QVariantList{QStringList()};
+    if (!asked.mountError.isEmpty() || (!isMount && !isUnmount))
+        return call.createErrorReply(QString::fromLatin1(kErrorName), asked.mountError);
+    const QMutexLocker lock(&mutex_);
+    for (FakeDevice& device : devices_) {
+        if (device.name == asked.name)
+            device = device.with("DeviceMountPaths",
+                                 isMount ? QStringList{asked.mountPath} : QStringList());
+    }
+    return isMount ? call.createReply(asked.mountPath) : call.createReply();
 }
 
 FakeDevice FakeDiskService::device(const QString& objectPath) const

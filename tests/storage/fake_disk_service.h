@@ -12,9 +12,11 @@
 struct FakeDevice {
     QString name; ///< The last part of its object path.
     QVariantMap properties;
-    QString error;      ///< Unless empty the answer is an error with this message.
-    QVariant wrongType; ///< When valid the answer is this instead of a map.
-    int delayMs = 0;    ///< The answer takes this long.
+    QString error;        ///< Unless empty the answer is an error with this message.
+    QVariant wrongType;   ///< When valid the answer is this instead of a map.
+    int delayMs = 0;      ///< The answer takes this long.
+    QString mountError{}; ///< Unless empty mounting and unmounting fail with this message.
+    QString mountPath{};  ///< Where mounting mounts it.
 
     /// The same device with one property changed; an invalid value takes it away.
     [[nodiscard]] FakeDevice with(const char* property, const QVariant& value) const;
@@ -48,6 +50,9 @@ public:
 
 private:
     [[nodiscard]] QDBusMessage answerEnumeration(const QDBusMessage& question);
+    [[nodiscard]] QDBusMessage answerProperty(const QDBusMessage& question,
+                                              const FakeDevice& asked) const;
+    [[nodiscard]] QDBusMessage answerOperation(const QDBusMessage& call, const FakeDevice& asked);
     [[nodiscard]] FakeDevice device(const QString& objectPath) const;
 
     mutable QMutex mutex_;

@@ -1,0 +1,60 @@
+#include "app/debug_log.h"
+#include "storage/driver.h"
+#include "tests/tools/file_drive.h"
+
+#include <QRegularExpression>
+#include <QTest>
+
+#include <sys/stat.h>
+
+class DriverSectorsTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void readsAndWritesFarOut()
+    {
+        FileDrive file(1ULL << 33);
+        Driver driver(file.drive.device().c_str(), 512);
+        QVERIFY(driver.init(Driver::ReadWrite));
+        QCOMPARE(driver.size(), 1ULL << 42);
+        // The first sectors, those around 2 and 4 GiB, the last ones behind a hole.
+        for (const auto lba : {0ULL, (1ULL << 22) - 1, (1ULL << 23) - 1, (1ULL << 33) - 2}) {
+            const QByteArray sectors = QByteArray::number(lba).leftJustified(1024, 'z');
+            QCOMPARE(driver.writeSectors(lba, 2, sectors.constData()), 2ULL);
+            QVERIFY(file.at(lba).read(1024) == sectors);
+            QByteArray read(sectors.size(), '?');
+            QCOMPARE(driver.readSectors(lba, 2, read.data()), 2ULL);
+            QVERIFY(read == sectors);
+        }
+    }
+
+    void logsFailuresAndNoShortReads()
+    {
+        dbg_init(DBG_TYPE_STRING, 1);
+        FileDrive file(1, 1000);
+        std::array<char, 1024> bytes = {};
+        Driver driver(file.drive.device().c_str(), 512);
+        QVERIFY(driver.init(Driver::Read));
+        QCOMPARE(driver.readSectors(0, 2, bytes.data()), 1ULL);
+        QCOMPARE(driver.readSectors(1, 1, bytes.data()), 0ULL);
+        QCOMPARE(driver.readSectors(1ULL << 33, 1, bytes.data()), 0ULL);
+        QCOMPARE(driver.writeSectors(3, 1, bytes.data()), 0ULL);
+        QVERIFY(file.file.remove() && !driver.init(Driver::Read));
+        ::umask(0);
+        QVERIFY(driver.init(Driver::Write)); // makes the file
+        QCOMPARE(driver.size(), 0ULL);
+        struct stat status = {};
+        QCOMPARE(::stat(file.drive.device().c_str(), &status), 0);
+        QCOMPARE(status.st_mode, mode_t(S_IFREG | 0644));
+        QCOMPARE(driver.writeStd(~0ULL, bytes.data(), 7), 0ULL);
+        QVERIFY(driver.close() && !driver.close());
+        static const QRegularExpression place(QStringLiteral("Driver\\([0-9]+\\): "));
+        QCOMPARE(QString(dbg_string()).remove(place),
+                 QStringLiteral("1536 512 -1 Bad file descriptor\n%1 No such file or directory\n"
+                                "18446744073709551615 Invalid argument\nBad file descriptor\n")
+                     .arg(file.file.fileName()));
+    }
+};
+
+QTEST_GUILESS_MAIN(DriverSectorsTest)
+#include "driver_sectors_test.moc"

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "storage/drive.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+/// A drive that is a sparse file.
+class FileDrive {
+public:
+    explicit FileDrive(unsigned long long sectors, unsigned long long sectorSize = 512)
+        : file(directory.filePath(QStringLiteral("drive")))
+    {
+        drive.setDevice(file.fileName().toStdString());
+        drive.setSectors(sectors);
+        drive.setSectorSize(sectorSize);
+        const auto bytes = static_cast<qint64>(sectors * sectorSize);
+        if (!file.open(QIODevice::ReadWrite | QIODevice::Unbuffered) || !file.resize(bytes)) {
+            qFatal("no file for a drive");
+        }
+    }
+
+    QFile& at(unsigned long long lba)
+    {
+        file.seek(static_cast<qint64>(lba * drive.sectorSize()));
+        return file;
+    }
+
+    QTemporaryDir directory;
+    QFile file;
+    Drive drive;
+};
