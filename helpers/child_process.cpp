@@ -30,8 +30,9 @@ std::vector<char*> pointers(const std::vector<std::string>& texts)
 {
     std::vector<char*> result;
     result.reserve(texts.size() + 1);
-    for (const std::string& text : texts)
+    for (const std::string& text : texts) {
         result.push_back(const_cast<char*>(text.c_str())); // execve(2) does not write to it
+    }
     result.push_back(nullptr);
     return result;
 }
@@ -45,10 +46,12 @@ std::vector<char*> pointers(const std::vector<std::string>& texts)
     prepared = prepared && ::dup2(streams.input.get(), STDIN_FILENO) >= 0 &&
                ::dup2(streams.output.get(), STDOUT_FILENO) >= 0 &&
                ::dup2(streams.error.get(), STDERR_FILENO) >= 0;
-    for (const int descriptor : command.inherited)
+    for (const int descriptor : command.inherited) {
         prepared = prepared && ::fcntl(descriptor, F_SETFD, 0) == 0;
-    if (prepared)
+    }
+    if (prepared) {
         ::execve(command.program.c_str(), arguments, environment);
+    }
     ::_exit(kExecFailed);
 }
 
@@ -56,16 +59,18 @@ int wait_for_end(pid_t child)
 {
     int status = 0;
     while (::waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR)
+        if (errno != EINTR) {
             throw system_failure("child process", "wait", errno);
+        }
     }
     return status;
 }
 
 std::string on_one_line(std::string text)
 {
-    while (!text.empty() && text.back() == '\n')
+    while (!text.empty() && text.back() == '\n') {
         text.pop_back();
+    }
     std::replace(text.begin(), text.end(), '\n', ' ');
     return text;
 }
@@ -93,10 +98,12 @@ ChildResult run_child(const ChildCommand& command)
 
     const pid_t parent = ::getpid();
     const pid_t child = ::fork();
-    if (child < 0)
+    if (child < 0) {
         throw system_failure(command.program, "start", errno);
-    if (child == 0)
+    }
+    if (child == 0) {
         become_child(command, streams, parent, arguments.data(), environment.data());
+    }
 
     const int status = wait_for_end(child);
     ChildResult result;
@@ -115,8 +122,9 @@ std::string find_program(const std::string& name)
         std::string program = directory;
         program.append("/").append(name);
         // A relative entry would depend on where the user stands.
-        if (directory.starts_with('/') && ::access(program.c_str(), X_OK) == 0)
+        if (directory.starts_with('/') && ::access(program.c_str(), X_OK) == 0) {
             return program;
+        }
     }
     throw Failure(name + ": not found; it is needed to format a device");
 }

@@ -35,18 +35,21 @@ std::string load_file(const std::string& path)
     // Without O_NONBLOCK the open of a FIFO would wait for a writer.
     const Descriptor file = open_file(path, O_RDONLY | O_NONBLOCK);
     struct stat status = {};
-    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         throw Failure(path + ": read: not a regular file");
-    if (status.st_size > kMaximumFileBytes)
+    }
+    if (status.st_size > kMaximumFileBytes) {
         throw Failure(path + ": read: the file is too large");
+    }
     return read_file(file.get(), path);
 }
 
 std::uint32_t big_endian(std::string_view bytes, std::size_t offset)
 {
     std::uint32_t value = 0;
-    for (const char byte : bytes.substr(offset, sizeof value))
+    for (const char byte : bytes.substr(offset, sizeof value)) {
         value = value << 8U | static_cast<unsigned char>(byte);
+    }
     return value;
 }
 
@@ -66,8 +69,9 @@ bool is_whole_png(std::string_view bytes)
 std::string load_picture(const std::string& path)
 {
     std::string bytes = load_file(path);
-    if (!is_whole_png(bytes))
+    if (!is_whole_png(bytes)) {
         throw Failure(path + ": read: not a PNG picture");
+    }
     return bytes;
 }
 
@@ -75,8 +79,9 @@ std::string boot_directory()
 {
     std::error_code error;
     const auto executable = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (error)
+    if (error) {
         throw Failure("boot images: find: " + error.message());
+    }
     return executable.parent_path() / "boot";
 }
 
@@ -100,8 +105,9 @@ FormatContent load_content(const std::string& picturePath)
     content.bootSector = load_file(boot + "/boot.img");
     content.bootCore = load_file(boot + "/core.img");
     if (content.bootSector.size() < kBootSectorCodeBytes || content.bootCore.empty() ||
-        content.bootCore.size() > kFirstTrackBytes - kBootCoreOffsetBytes)
+        content.bootCore.size() > kFirstTrackBytes - kBootCoreOffsetBytes) {
         throw Failure(boot + ": read: the boot images have wrong sizes");
+    }
     content.bootSector.resize(kBootSectorCodeBytes);
     return content;
 }

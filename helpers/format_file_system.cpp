@@ -39,8 +39,9 @@ std::string run_tool(const FormatMedium& medium, const std::string& action,
                      const ChildCommand& command)
 {
     ChildResult result = run_child(command);
-    if (!result.succeeded)
+    if (!result.succeeded) {
         throw Failure(medium.name + ": " + action + ": " + result.reason);
+    }
     return std::move(result.output);
 }
 
@@ -122,10 +123,12 @@ void make_file_system(const FormatMedium& medium, const FormatTools& tools)
 
 void put_files(const FormatMedium& medium, const FormatTools& tools, const FormatContent& content)
 {
-    for (const std::string& directory : format_directories())
+    for (const std::string& directory : format_directories()) {
         run_mtool(medium, "make directory " + directory, tools.mmd, {"x:/" + directory});
-    for (const FormatFile& file : content.files)
+    }
+    for (const FormatFile& file : content.files) {
         run_mtool(medium, "write " + file.name, tools.mcopy, {"-", "x:/" + file.name}, file.bytes);
+    }
 }
 
 void check_file_system(const FormatMedium& medium, const FormatTools& tools,
@@ -133,11 +136,13 @@ void check_file_system(const FormatMedium& medium, const FormatTools& tools,
 {
     const std::string sector = read_exactly(medium.descriptor, kBootSectorBytes,
                                             medium.layout.partitionOffsetBytes(), medium.name);
-    if (!is_planned_boot_sector(sector, medium.layout))
+    if (!is_planned_boot_sector(sector, medium.layout)) {
         throw Failure(medium.name + ": check: the file system reads back differently");
+    }
     for (const FormatFile& file : content.files) {
         if (run_mtool(medium, "read " + file.name, tools.mcopy, {"x:/" + file.name, "-"}) !=
-            file.bytes)
+            file.bytes) {
             throw Failure(medium.name + ": check: " + file.name + " reads back differently");
+        }
     }
 }

@@ -37,8 +37,9 @@ std::uint64_t divide_up(std::uint64_t value, std::uint64_t by)
 std::uint32_t sectors_per_cluster(std::uint64_t bytes, std::uint32_t sectorSizeBytes)
 {
     const auto* size = kClusterSizes.begin();
-    while (bytes > size->upToBytes)
+    while (bytes > size->upToBytes) {
         ++size;
+    }
     return std::max(size->bytes / sectorSizeBytes, 1U);
 }
 
@@ -55,15 +56,17 @@ std::uint64_t table_sectors(const FormatLayout& layout)
 // drives with large physical sectors like it.
 void place_clusters(FormatLayout& layout)
 {
-    if (layout.fileSystemSectors <= kMinimumReservedSectors)
+    if (layout.fileSystemSectors <= kMinimumReservedSectors) {
         return;
+    }
     const std::uint64_t tables = kFatCount * table_sectors(layout);
     const std::uint64_t dataStart =
         divide_up(kMinimumReservedSectors + tables, layout.sectorsPerCluster) *
         layout.sectorsPerCluster;
     layout.reservedSectors = dataStart - tables;
-    if (layout.fileSystemSectors > dataStart)
+    if (layout.fileSystemSectors > dataStart) {
         layout.clusterCount = (layout.fileSystemSectors - dataStart) / layout.sectorsPerCluster;
+    }
 }
 
 } // namespace
@@ -86,16 +89,18 @@ bool FormatLayout::bootsByBios() const
 FormatLayout plan_layout(const std::string& device, std::uint64_t sizeBytes,
                          std::uint32_t sectorSizeBytes)
 {
-    if (sectorSizeBytes > kMaximumSectorBytes)
+    if (sectorSizeBytes > kMaximumSectorBytes) {
         throw Failure(device + ": format: FAT32 has no sectors of " +
                       std::to_string(sectorSizeBytes) + " bytes");
+    }
     FormatLayout layout;
     layout.sectorSizeBytes = sectorSizeBytes;
     layout.partitionStart = kFirstTrackBytes / sectorSizeBytes;
 
     const std::uint64_t end = std::min(sizeBytes / sectorSizeBytes, kLastTableSector);
-    if (end > layout.partitionStart)
+    if (end > layout.partitionStart) {
         layout.partitionSectors = end - layout.partitionStart;
+    }
     layout.sectorsPerCluster =
         sectors_per_cluster(layout.partitionSectors * sectorSizeBytes, sectorSizeBytes);
     layout.partitionSectors =
@@ -104,8 +109,9 @@ FormatLayout plan_layout(const std::string& device, std::uint64_t sizeBytes,
     layout.fileSystemSectors =
         layout.partitionSectors * sectorSizeBytes / kKiB * kKiB / sectorSizeBytes;
     place_clusters(layout);
-    if (layout.clusterCount < kMinimumClusters)
+    if (layout.clusterCount < kMinimumClusters) {
         throw Failure(device + ": format: the device is too small for FAT32");
+    }
     return layout;
 }
 
@@ -113,8 +119,10 @@ void check_room(const std::string& device, const FormatLayout& layout,
                 const std::vector<std::uint64_t>& fileSizesBytes)
 {
     std::uint64_t clusters = 3; // the root directory and two more
-    for (const std::uint64_t bytes : fileSizesBytes)
+    for (const std::uint64_t bytes : fileSizesBytes) {
         clusters += divide_up(bytes, layout.clusterSizeBytes());
-    if (clusters > layout.clusterCount)
+    }
+    if (clusters > layout.clusterCount) {
         throw Failure(device + ": format: not enough room for the picture and the boot files");
+    }
 }

@@ -37,8 +37,9 @@ using PartitionType = std::unique_ptr<fdisk_parttype, decltype(&fdisk_unref_part
 // Both libraries return a negative errno value.
 void require(const FormatMedium& medium, const char* action, int result)
 {
-    if (result < 0)
+    if (result < 0) {
         throw system_failure(medium.name, action, -result);
+    }
 }
 
 Probe start_probe(const FormatMedium& medium, std::uint64_t offset, std::uint64_t size)
@@ -46,8 +47,9 @@ Probe start_probe(const FormatMedium& medium, std::uint64_t offset, std::uint64_
     Probe probe(blkid_new_probe(), &blkid_free_probe);
     if (!probe ||
         blkid_probe_set_device(probe.get(), medium.descriptor, static_cast<blkid_loff_t>(offset),
-                               static_cast<blkid_loff_t>(size)) != 0)
+                               static_cast<blkid_loff_t>(size)) != 0) {
         throw Failure(medium.name + ": look for old signatures: cannot start");
+    }
     // What is damaged counts too: repair tools would find it.
     blkid_probe_enable_superblocks(probe.get(), 1);
     blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_MAGIC | BLKID_SUBLKS_BADCSUM);
@@ -71,8 +73,9 @@ Partition only_partition(const FormatMedium& medium)
 {
     Partition partition(fdisk_new_partition(), &fdisk_unref_partition);
     const PartitionType type(fdisk_new_parttype(), &fdisk_unref_parttype);
-    if (!partition || !type)
+    if (!partition || !type) {
         throw system_failure(medium.name, "describe the partition", ENOMEM);
+    }
     require(medium, "describe the partition", fdisk_parttype_set_code(type.get(), kTypeFat32Lba));
     require(medium, "describe the partition",
             fdisk_partition_set_type(partition.get(), type.get()));
@@ -89,8 +92,9 @@ Partition only_partition(const FormatMedium& medium)
 void write_partition_table(const FormatMedium& medium)
 {
     const Table table(fdisk_new_context(), &fdisk_unref_context);
-    if (!table)
+    if (!table) {
         throw system_failure(medium.name, "create the partition table", ENOMEM);
+    }
     require(medium, "create the partition table", fdisk_disable_dialogs(table.get(), 1));
     require(medium, "create the partition table",
             fdisk_assign_device_by_fd(table.get(), medium.descriptor, medium.name.c_str(), 0));
@@ -129,29 +133,35 @@ void write_first_track(const FormatMedium& medium, const FormatContent& content)
 {
     // The table first: the library clears the code in front of it.
     write_partition_table(medium);
-    if (!medium.layout.bootsByBios())
+    if (!medium.layout.bootsByBios()) {
         return;
+    }
     write_all(medium.descriptor, content.bootSector, 0, medium.name);
     write_all(medium.descriptor, content.bootCore, kRecordBytes, medium.name);
 }
 
 void flush(const FormatMedium& medium)
 {
-    if (::fsync(medium.descriptor) != 0)
+    if (::fsync(medium.descriptor) != 0) {
         throw system_failure(medium.name, "flush", errno);
+    }
     const int error = ::posix_fadvise(medium.descriptor, 0, 0, POSIX_FADV_DONTNEED);
-    if (error != 0)
+    if (error != 0) {
         throw system_failure(medium.name, "flush", error);
+    }
 }
 
 void check_first_track(const FormatMedium& medium, const FormatContent& content)
 {
     const std::string track = read_exactly(medium.descriptor, kFirstTrackBytes, 0, medium.name);
-    if (!has_table(std::string_view(track).substr(0, kRecordBytes), medium.layout))
+    if (!has_table(std::string_view(track).substr(0, kRecordBytes), medium.layout)) {
         throw Failure(medium.name + ": check: the partition table reads back differently");
-    if (!medium.layout.bootsByBios())
+    }
+    if (!medium.layout.bootsByBios()) {
         return;
+    }
     if (!track.starts_with(content.bootSector) ||
-        track.compare(kRecordBytes, content.bootCore.size(), content.bootCore) != 0)
+        track.compare(kRecordBytes, content.bootCore.size(), content.bootCore) != 0) {
         throw Failure(medium.name + ": check: the boot code reads back differently");
+    }
 }

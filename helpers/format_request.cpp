@@ -12,24 +12,29 @@ const std::string kEmulateSuffix = "-emulate";
 
 FormatRequest parse_format_request(const std::vector<std::string>& arguments)
 {
-    if (arguments == std::vector<std::string>{"--help"})
+    if (arguments == std::vector<std::string>{"--help"}) {
         return {.showHelp = true};
+    }
     const auto option = std::find_if(arguments.begin(), arguments.end(),
                                      [](const std::string& text) { return text.starts_with('-'); });
-    if (option != arguments.end())
+    if (option != arguments.end()) {
         throw Failure("unknown option: " + *option, ExitCode::Usage);
-    if (arguments.size() != 2)
+    }
+    if (arguments.size() != 2) {
         throw Failure("usage: format DEVICE[-emulate] IMAGE", ExitCode::Usage);
+    }
 
     FormatRequest request{.device = arguments[0], .picture = arguments[1]};
     if (request.device.ends_with(kEmulateSuffix)) {
         request.emulate = true;
         request.device.resize(request.device.size() - kEmulateSuffix.size());
     }
-    if (request.device.empty())
+    if (request.device.empty()) {
         throw Failure("the device is missing", ExitCode::Usage);
-    if (request.picture.empty())
+    }
+    if (request.picture.empty()) {
         throw Failure("the picture is missing", ExitCode::Usage);
+    }
     return request;
 }
 

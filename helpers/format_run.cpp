@@ -22,16 +22,18 @@ constexpr std::chrono::seconds kBusyWait{20};
 std::vector<std::uint64_t> file_sizes(const FormatContent& content)
 {
     std::vector<std::uint64_t> sizes;
-    for (const FormatFile& file : content.files)
+    for (const FormatFile& file : content.files) {
         sizes.push_back(file.bytes.size());
+    }
     return sizes;
 }
 
 void say(const std::string& text)
 {
     std::cout << text << std::endl;
-    if (!std::cout)
+    if (!std::cout) {
         throw Failure("standard output: write: failed");
+    }
 }
 
 std::string describe(const FormatRequest& request, const FormatLayout& layout)
@@ -77,10 +79,11 @@ private:
 void reread_partition_table(const Hold& hold)
 {
     const TargetDevice& device = hold.device();
-    if (device.isBlockDevice() && ::ioctl(device.descriptor(), BLKRRPART) != 0)
+    if (device.isBlockDevice() && ::ioctl(device.descriptor(), BLKRRPART) != 0) {
         std::cerr << "format: "
                   << system_failure(hold.name(), "re-read the partition table", errno).what()
                   << '\n';
+    }
 }
 
 void format(Hold& hold, FormatMedium medium, const FormatContent& content, const FormatTools& tools)
@@ -108,8 +111,9 @@ void format(Hold& hold, FormatMedium medium, const FormatContent& content, const
 
 void run_format(const FormatRequest& request)
 {
-    if (request.showHelp)
+    if (request.showHelp) {
         return say(format_help());
+    }
 
     const FormatContent content = load_content(request.picture);
     const FormatTools tools = find_tools();
@@ -118,8 +122,9 @@ void run_format(const FormatRequest& request)
         plan_layout(request.device, hold.device().sizeBytes(), hold.device().sectorSizeBytes());
     check_room(request.device, layout, file_sizes(content));
     say(describe(request, layout));
-    if (request.emulate)
+    if (request.emulate) {
         return;
+    }
     format(hold, {.name = request.device, .sizeBytes = hold.device().sizeBytes(), .layout = layout},
            content, tools);
     say(request.device + ": formatted");

@@ -27,7 +27,7 @@ constexpr qint64 kUpdateMs = 100;
 // A block can be as large as a quarter GiB, and a write takes long when the system's cache
 // is full: blocks are written in pieces, and the event loop gets its turn in between, so
 // that the screen answers at once. An interrupted block is still written to its end.
-constexpr unsigned long long kPieceBytes = 128 * 1024;
+constexpr unsigned long long kPieceBytes = 128ULL * 1024;
 constexpr qint64 kTurnMs = 20;
 
 QString title()
