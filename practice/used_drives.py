@@ -86,7 +86,7 @@ def make_vfat(image, drive, partition, files):
 
 
 def make_ext4(image, drive, partition, folder):
-    run("mkfs.ext4", "-q", "-F", "-L", partition.label, "-d", folder,
+    run("mkfs.ext4", "-q", "-F", "-b", 4096, "-L", partition.label, "-d", folder,
         "-E", f"offset={partition.start_mib * MIB}", image, f"{partition.size_mib}M")
 
 
