@@ -1,8 +1,6 @@
 #pragma once
 
-#include <QDBusObjectPath>
 #include <QDBusVirtualObject>
-#include <QHash>
 #include <QList>
 #include <QMutex>
 #include <QThread>
@@ -35,15 +33,27 @@ public:
     explicit FakeDiskService(const QString& busAddress);
     ~FakeDiskService() override;
 
-    void setDevices(const QList<FakeDevice>& devices);
+    void setDevices(const QList<FakeDevice>& devices)
+    {
+        const QMutexLocker lock(&mutex_);
+        devices_ = devices;
+    }
     /// The answer to the question for all devices: an error with this message unless empty,
     /// else this value unless invalid, else the devices.
-    void setEnumeration(const QString& error, const QVariant& wrongType);
-
+    void setEnumeration(const QString& error, const QVariant& wrongType)
+    {
+        const QMutexLocker lock(&mutex_);
+        enumerationError_ = error;
+        enumerationWrongType_ = wrongType;
+    }
     /// How often all devices were asked for.
-    [[nodiscard]] int enumerations() const;
+    [[nodiscard]] int enumerations() const
+    {
+        const QMutexLocker lock(&mutex_);
+        return enumerations_;
+    }
 
-    [[nodiscard]] QString introspect(const QString& path) const override;
+    [[nodiscard]] QString introspect(const QString&) const override { return {}; }
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override;
 
 private:
@@ -51,8 +61,7 @@ private:
     [[nodiscard]] FakeDevice device(const QString& objectPath) const;
 
     mutable QMutex mutex_;
-    QList<QDBusObjectPath> paths_;
-    QHash<QString, FakeDevice> devices_; ///< By object path.
+    QList<FakeDevice> devices_;
     QString enumerationError_;
     QVariant enumerationWrongType_;
     int enumerations_ = 0;
