@@ -55,24 +55,24 @@ struct Run {
     ServiceProcess service;
     ServiceProcess program;
 
-    [[nodiscard]] QString file(const char* name) const { return directory.filePath(name); }
+    [[nodiscard]] QString file(const QString& name) const { return directory.filePath(name); }
     [[nodiscard]] QByteArray log() const { return content(file("log")); }
 
-    [[nodiscard]] bool makeImage(const char* name, const QByteArray& bytes, qsizetype size) const
-    {
-        QFile image(file(name));
-        return image.open(QIODevice::WriteOnly) && image.write(bytes) == bytes.size() &&
-               image.resize(size);
-    }
-
-    [[nodiscard]] bool start(const QStringList& diskServiceArguments)
+    [[nodiscard]] bool start(const QStringList& images, const QByteArray& bytes, qsizetype size)
     {
         bool isReady = bus.start() && QDir(directory.path()).mkdir("lib");
+        QStringList arguments;
+        for (const QString& name : images) {
+            QFile image(file(name));
+            isReady = isReady && image.open(QIODevice::WriteOnly) &&
+                      image.write(bytes) == bytes.size() && image.resize(size);
+            arguments << "--image" << image.fileName();
+        }
         // A library directory of its own, because the pictures are made there.
         for (const QString name : {"driver", "format", "boot"}) {
             isReady = isReady && QFile::link(HELPERS "/" + name, file("lib/") + name);
         }
-        service.start(bus, DISKSERVICE, diskServiceArguments);
+        service.start(bus, DISKSERVICE, arguments);
         // The program skips two characters after "lib=".
         program.start(bus, PROGRAM, {"lib=.." + file("lib"), "dbg=" + file("log")});
         return isReady;
@@ -90,12 +90,8 @@ private slots:
     {
         qputenv("QT_QPA_PLATFORM", "offscreen");
         clock_.start();
-        for (const char* name : {"one", "two"}) {
-            QVERIFY(whole_.makeImage(name, oldContent_, kSize));
-        }
-        QVERIFY(whole_.start({"--image", whole_.file("one"), "--image", whole_.file("two")}));
-        QVERIFY(killed_.makeImage("big", {}, kBigSize));
-        QVERIFY(killed_.start({"--image", killed_.file("big")}));
+        QVERIFY(whole_.start({"one", "two"}, oldContent_, kSize));
+        QVERIFY(killed_.start({"big"}, {}, kBigSize));
     }
 
     void touchesNothingDuringTheCountdown()

@@ -76,8 +76,7 @@ bool FakeDiskService::handleMessage(const QDBusMessage& message, const QDBusConn
     if (message.member() == "EnumerateDevices") {
         return connection.send(answerEnumeration(message));
     }
-    if (message.member() != "GetAll" ||
-        message.arguments() != QVariantList{"org.freedesktop.UDisks.Device"}) {
+    if (message.arguments() != QVariantList{"org.freedesktop.UDisks.Device"}) {
         return false;
     }
     const FakeDevice asked = device(message.path());

@@ -6,6 +6,8 @@
 #include <QThread>
 #include <QVariantMap>
 
+#include <atomic>
+
 /// One device of the fake disk service and how it answers the question for its properties.
 struct FakeDevice {
     QString name; ///< The last part of its object path.
@@ -23,13 +25,12 @@ struct FakeDevice {
 [[nodiscard]] FakeDevice fake_drive(const char* name);
 [[nodiscard]] FakeDevice fake_partition(const char* name);
 
-/// A disk service that says what a test wants. It answers in its own thread: whoever asks
-/// blocks until the answer comes.
+/// A disk service that says what a test wants, at first that there are no devices. It answers
+/// in its own thread: whoever asks blocks until the answer comes.
 class FakeDiskService : public QDBusVirtualObject {
     Q_OBJECT
 
 public:
-    /// Makes an empty service on a running bus.
     explicit FakeDiskService(const QString& busAddress);
     ~FakeDiskService() override;
 
@@ -47,11 +48,7 @@ public:
         enumerationWrongType_ = wrongType;
     }
     /// How often all devices were asked for.
-    [[nodiscard]] int enumerations() const
-    {
-        const QMutexLocker lock(&mutex_);
-        return enumerations_;
-    }
+    [[nodiscard]] int enumerations() const { return enumerations_; }
 
     [[nodiscard]] QString introspect(const QString&) const override { return {}; }
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override;
@@ -64,6 +61,6 @@ private:
     QList<FakeDevice> devices_;
     QString enumerationError_;
     QVariant enumerationWrongType_;
-    int enumerations_ = 0;
+    std::atomic<int> enumerations_ = 0;
     QThread thread_;
 };

@@ -107,13 +107,9 @@ qsizetype Appliance::runningHelpers() const
 void Appliance::answerBox()
 {
     auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-    if (box == nullptr) {
-        return;
-    }
-    const QString text = described(*box);
-    const QMessageBox::StandardButton button = answer(text);
+    const auto button = box != nullptr ? answer(described(*box)) : QMessageBox::NoButton;
     if (button != QMessageBox::NoButton) {
-        boxes << text;
+        boxes << described(*box);
         box->button(button)->click();
     }
 }

@@ -37,10 +37,7 @@ public:
     /// Opens the window and goes on to the moment when all helpers have been started.
     void openAndErase(bool emulate = false);
     /// Calls one of the work screen's slots.
-    void tick(const char* slot) const
-    {
-        QMetaObject::invokeMethod(find<QWidget>("WorkWidget"), slot);
-    }
+    void tick(const char* slot) { QMetaObject::invokeMethod(find<QWidget>("WorkWidget"), slot); }
     void clickStop() const { find<QPushButton>("stopButton")->click(); }
 
     template <typename T>

@@ -22,8 +22,7 @@ private slots:
         QTest::newRow("a drive goes, none is left") << Attached{{0, one}, {4, {}}} << 15;
         QTest::newRow("another drive instead") << Attached{{0, one}, {8, other}} << 11;
         QTest::newRow("a drive comes at the very end") << Attached{{31, one}} << 31;
-        QTest::newRow("drives keep coming")
-            << Attached{{0, one}, {9, two}, {18, one}, {27, two}} << 31;
+        QTest::newRow("always changes") << Attached{{0, one}, {9, two}, {18, one}, {27, two}} << 31;
     }
 
     void waitsUntilTheListIsStable()
@@ -62,12 +61,8 @@ private slots:
         QCOMPARE(tree->topLevelItemCount(), 2);
         QCOMPARE(tree->topLevelItem(0)->text(0), "500GB / Model sda");
         QCOMPARE(tree->topLevelItem(0)->child(0)->text(0), "1GB / DATA / EXT4");
-        QVERIFY(tree->topLevelItem(0)->isExpanded());
         QCOMPARE(tree->topLevelItem(1)->text(0), "500GB / <b>%1%2");
         QCOMPARE(appliance.status(1), "INIT 100");
-        const QPointer<QProgressBar> bar = appliance.bar(0);
-        appliance.tick("initTimeout"); // the list is the same
-        QCOMPARE(appliance.bar(0), bar);
     }
 
     void offersRestartWithoutDrives()
@@ -84,7 +79,6 @@ private slots:
         appliance.service.setDevices({fake_drive("sda")});
         restart->click();
         QCOMPARE(appliance.information(), "green: Initializing [stop]");
-        QCOMPARE(appliance.status(0), "INIT 100");
     }
 
     void countsDown()
@@ -112,7 +106,6 @@ private slots:
         }
         QTest::qWait(1100); // no tick comes any more
         QCOMPARE(appliance.information(), "blue: Stopped. [restart]");
-        QCOMPARE(appliance.status(0), "%p% 0");
         appliance.find<QPushButton>("restartInitializationButton")->click();
         QCOMPARE(appliance.information(), "green: Initializing [stop]");
         QCOMPARE(appliance.status(0), "INIT 100");

@@ -70,9 +70,8 @@ private slots:
         QTRY_COMPARE(appliance.information(), kComplete);
         QTEST(appliance.status(0), "status");
         QTEST(int(appliance.calls().size()), "calls");
-        const QString boxes = appliance.boxes.join('\n');
         const QString box = "MainWindow failure: 500GB / <b>%1%2\n\n" + failure;
-        QVERIFY2(failure.isEmpty() ? boxes.isEmpty() : boxes.startsWith(box), qPrintable(boxes));
+        QVERIFY(failure.isEmpty() || appliance.boxes.value(0).startsWith(box));
         QCOMPARE(appliance.boxes.size(), failure.isEmpty() ? 0 : 1);
     }
 
@@ -130,35 +129,23 @@ private slots:
         QTRY_COMPARE(appliance.runningHelpers(), 1);
     }
 
+    // One box is open above the other, and the helpers end below them.
     void reportsEveryFailure()
     {
         Appliance appliance({fake_drive("sda"), fake_drive("sdb")});
-        appliance.setHelper("driver", "exit 2");
-        // The boxes are only answered when both drives have failed: one is open above the other.
+        appliance.setHelper("driver", "echo 'error: bad'; echo 'progress: 7'; exit 1");
+        const qsizetype logStart = dbg_string().size();
         appliance.answer = [&](const QString&) {
-            const bool haveBothFailed =
-                appliance.bar(0)->format() == "ERROR" && appliance.bar(1)->format() == "ERROR";
-            return haveBothFailed ? QMessageBox::Ok : QMessageBox::NoButton;
+            const bool haveBothEnded = dbg_string().mid(logStart).count(": close()\n") == 2;
+            return haveBothEnded ? QMessageBox::Ok : QMessageBox::NoButton;
         };
         appliance.openAndErase();
         QTRY_COMPARE(appliance.information(), kComplete);
         appliance.boxes.sort();
-        QCOMPARE(appliance.boxes, QStringList({failure("Model sda", "exit code: 2"),
-                                               failure("Model sdb", "exit code: 2")}));
-    }
-
-    void survivesAHelperThatEndsBelowItsErrorBox()
-    {
-        Appliance appliance({fake_drive("sda")});
-        appliance.setHelper("driver", "echo 'error: bad'; echo 'progress: 7'; exit 1");
-        appliance.answer = [](const QString&) {
-            const bool hasEnded = dbg_string().endsWith(": id: 0: close()\n");
-            return hasEnded ? QMessageBox::Ok : QMessageBox::NoButton;
-        };
-        appliance.openAndErase();
-        QTRY_COMPARE(appliance.information(), kComplete);
-        QCOMPARE(appliance.boxes, QStringList{failure("Model sda", "bad")});
+        QCOMPARE(appliance.boxes,
+                 QStringList({failure("Model sda", "bad"), failure("Model sdb", "bad")}));
         QCOMPARE(appliance.bar(0)->format(), "ERROR");
+        QCOMPARE(appliance.bar(1)->format(), "ERROR");
     }
 
     void formatsWhatWasStopped()
@@ -193,7 +180,8 @@ private slots:
             }
             if (!isAsked && appliance.status(1) == "%p% 30") {
                 isAsked = true;
-                QTimer::singleShot(0, [&] { appliance.clickStop(); });
+                QMetaObject::invokeMethod(appliance.find<QPushButton>("stopButton"), "click",
+                                          Qt::QueuedConnection);
             }
             return appliance.boxes.isEmpty() ? QMessageBox::NoButton : QMessageBox::Ok;
         };
@@ -211,8 +199,7 @@ private slots:
         appliance.setHelper("driver", "wait_for_go");
         appliance.answer = [&](const QString&) {
             appliance.go();
-            const bool isComplete = appliance.information() == kComplete;
-            return isComplete ? QMessageBox::Yes : QMessageBox::NoButton;
+            return appliance.information() == kComplete ? QMessageBox::Yes : QMessageBox::NoButton;
         };
         appliance.openAndErase();
         appliance.clickStop();
@@ -226,7 +213,8 @@ private slots:
         appliance.setHelper("driver", "exec sleep 60");
         appliance.openAndErase();
         QTRY_COMPARE(appliance.runningHelpers(), 2);
-        QTimer::singleShot(0, appliance.find<QAction>("actionQuit"), &QAction::trigger);
+        auto* quit = appliance.find<QAction>("actionQuit");
+        QMetaObject::invokeMethod(quit, "trigger", Qt::QueuedConnection);
         QCOMPARE(QApplication::exec(), 0);
         appliance.window.reset();
         QTRY_COMPARE(appliance.runningHelpers(), 0);

@@ -9,17 +9,6 @@
 
 namespace {
 
-// One line for each action of the menu, "-" for a separator.
-QString menu_text(const QMenu& menu)
-{
-    QString text;
-    for (const QAction* action : menu.actions()) {
-        text += action->isSeparator() ? "-" : action->text() + ' ' + action->shortcut().toString();
-        text += '\n';
-    }
-    return text;
-}
-
 void press_keys(QWidget* window, Qt::Key key)
 {
     QTest::keyClick(window, key, Qt::AltModifier | Qt::ShiftModifier);
@@ -59,17 +48,21 @@ private slots:
         auto* menu = appliance.find<QMenu>("menu");
         QVERIFY(menu->isVisible());
         QCOMPARE(menu->activeAction(), appliance.find<QAction>("actionWizard"));
-        QCOMPARE(menu_text(*menu), R"(&Wizard 
-&Mounter 
-&Emulate Erasing (safe testing) 
--
-Debug Information Alt+Shift+D
-Save Screenshot Alt+Shift+S
--
-&Restart Computer 
-&Shutdown Computer 
--
-&Quit 
+        QString text;
+        for (const QAction* action : menu->actions()) { // separators have neither
+            text += action->text() + '|' + action->shortcut().toString() + '\n';
+        }
+        QCOMPARE(text, R"(&Wizard|
+&Mounter|
+&Emulate Erasing (safe testing)|
+|
+Debug Information|Alt+Shift+D
+Save Screenshot|Alt+Shift+S
+|
+&Restart Computer|
+&Shutdown Computer|
+|
+&Quit|
 )");
         menu->close();
         press_keys(appliance.window.get(), Qt::Key_D);
