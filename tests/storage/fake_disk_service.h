@@ -1,12 +1,12 @@
 #pragma once
 
-#include <QDBusObjectPath>
 #include <QDBusVirtualObject>
-#include <QHash>
 #include <QList>
 #include <QMutex>
 #include <QThread>
 #include <QVariantMap>
+
+#include <atomic>
 
 /// One device of the fake disk service and how it answers the question for its properties.
 struct FakeDevice {
@@ -27,25 +27,32 @@ struct FakeDevice {
 [[nodiscard]] FakeDevice fake_drive(const char* name);
 [[nodiscard]] FakeDevice fake_partition(const char* name);
 
-/// A disk service that says what a test wants. It answers in its own thread: whoever asks
-/// blocks until the answer comes.
+/// A disk service that says what a test wants, at first that there are no devices. It answers
+/// in its own thread: whoever asks blocks until the answer comes.
 class FakeDiskService : public QDBusVirtualObject {
     Q_OBJECT
 
 public:
-    /// Makes an empty service on a running bus.
     explicit FakeDiskService(const QString& busAddress);
     ~FakeDiskService() override;
 
-    void setDevices(const QList<FakeDevice>& devices);
+    void setDevices(const QList<FakeDevice>& devices)
+    {
+        const QMutexLocker lock(&mutex_);
+        devices_ = devices;
+    }
     /// The answer to the question for all devices: an error with this message unless empty,
     /// else this value unless invalid, else the devices.
-    void setEnumeration(const QString& error, const QVariant& wrongType);
-
+    void setEnumeration(const QString& error, const QVariant& wrongType)
+    {
+        const QMutexLocker lock(&mutex_);
+        enumerationError_ = error;
+        enumerationWrongType_ = wrongType;
+    }
     /// How often all devices were asked for.
-    [[nodiscard]] int enumerations() const;
+    [[nodiscard]] int enumerations() const { return enumerations_; }
 
-    [[nodiscard]] QString introspect(const QString& path) const override;
+    [[nodiscard]] QString introspect(const QString&) const override { return {}; }
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override;
 
 private:
@@ -56,10 +63,9 @@ private:
     [[nodiscard]] FakeDevice device(const QString& objectPath) const;
 
     mutable QMutex mutex_;
-    QList<QDBusObjectPath> paths_;
-    QHash<QString, FakeDevice> devices_; ///< By object path.
+    QList<FakeDevice> devices_;
     QString enumerationError_;
     QVariant enumerationWrongType_;
-    int enumerations_ = 0;
+    std::atomic<int> enumerations_ = 0;
     QThread thread_;
 };

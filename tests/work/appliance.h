@@ -2,20 +2,27 @@
 
 #include "app/main_window.h"
 #include "app/window_minder.h"
+#include "tests/diskservice/private_bus.h"
 #include "tests/storage/fake_disk_service.h"
 
+#include <QAction>
 #include <QLabel>
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QTemporaryDir>
 #include <QTimer>
 #include <QTreeWidget>
 
 #include <functional>
-#include <memory>
 
-class WorkWidget;
+/// A test with appliances, with the bus that they share.
+class ApplianceTest : public QObject {
+protected:
+    ApplianceTest();
+
+private:
+    PrivateBus bus_;
+};
 
 /// The main window over a fake disk service and over helper programs that are shell scripts,
 /// without its clock's help: a test calls the ticks itself and so needs no seconds.
@@ -23,48 +30,47 @@ class WorkWidget;
 /// Message boxes are answered as they appear and remembered as "parent icon: text".
 class Appliance {
 public:
-    Appliance(const QString& busAddress, const QList<FakeDevice>& devices);
+    explicit Appliance(const QList<FakeDevice>& devices);
 
     /// Opens the window, which makes the first poll.
-    void open(bool desktop = false);
+    void open(bool desktop = false) { window = std::make_unique<MainWindow>(nullptr, desktop); }
     /// Opens the window and goes on to the moment when all helpers have been started.
     void openAndErase(bool emulate = false);
     /// Calls one of the work screen's slots.
-    void tick(const char* slot);
+    void tick(const char* slot) { QMetaObject::invokeMethod(find<QWidget>("WorkWidget"), slot); }
+    void clickStop() const { find<QPushButton>("stopButton")->click(); }
 
     template <typename T>
     [[nodiscard]] T* find(const char* name) const
     {
-        return window->findChild<T*>(QLatin1String(name));
+        return window->findChild<T*>(name);
     }
-    /// The information line as "colour: text".
+    /// The information line and what is offered: "colour: text", then "[stop]" or "[restart]".
     [[nodiscard]] QString information() const;
-    /// "stop", "restart" or "" for what is offered.
-    [[nodiscard]] QString offered() const;
     [[nodiscard]] QProgressBar* bar(int row) const;
     /// A row's bar as "format value".
-    [[nodiscard]] QString status(int row) const;
+    [[nodiscard]] QString status(int row) const
+    {
+        return bar(row)->format() + ' ' + QString::number(bar(row)->value());
+    }
 
-    /// Makes a helper of this shell text, which may use $here, a directory of its own.
-    void setHelper(const char* name, const char* shellText);
-    /// How helpers were called, sorted, with IMAGE in place of a picture in the library
-    /// directory.
+    /// Makes a helper of this shell text, which may use `wait_for_go`; none of a null text.
+    void setHelper(const QString& name, const QByteArray& shellText);
+    /// Lets helpers go on that wait.
+    void go() const { QDir(records_.path()).mkdir("go"); }
+    /// How helpers were called, sorted, with IMAGE in place of the picture's path.
     [[nodiscard]] QStringList calls() const;
     /// The picture given to `format` for a drive.
-    [[nodiscard]] QImage image(const char* drive) const;
+    [[nodiscard]] QImage image(const QString& drive) const;
     /// How many of the helpers ever started still run.
-    [[nodiscard]] int runningHelpers() const;
-    [[nodiscard]] QString here(const char* fileName) const;
-    void touch(const char* fileName) const;
+    [[nodiscard]] qsizetype runningHelpers() const;
 
     QTemporaryDir library;
     FakeDiskService service;
     QStringList boxes;
-    /// Called again and again while a box is open; NoButton leaves it open. Without it Yes or
-    /// OK is pressed at once.
+    /// Called again and again while a box is open; NoButton leaves it open.
     std::function<QMessageBox::StandardButton(const QString& box)> answer;
     std::unique_ptr<MainWindow> window;
-    WorkWidget* work = nullptr;
 
 private:
     void answerBox();
