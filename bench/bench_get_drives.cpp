@@ -1,6 +1,5 @@
-// How long listing the drives takes beside the bus calls that it cannot do without, on a
-// fake disk service in the same process. Run it without arguments, or with the numbers of
-// drives to measure.
+// How long listing the drives takes beside the bus calls that it cannot do without, on a fake
+// disk service in the same process. The arguments are the numbers of drives to measure.
 #include "app/debug_log.h"
 #include "storage/drives.h"
 #include "tests/diskservice/private_bus.h"
@@ -11,21 +10,21 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <functional>
 
 namespace {
 
-constexpr int kPartitionsPerDrive = 4;
+const QString kService = "org.freedesktop.UDisks";
+const QString kRoot = "/org/freedesktop/UDisks";
 constexpr int kRounds = 5;
 
-QList<FakeDevice> devices(int driveCount)
+QList<FakeDevice> devices(unsigned driveCount)
 {
     QList<FakeDevice> list;
-    for (int drive = 0; drive < driveCount; ++drive) {
+    for (unsigned drive = 0; drive < driveCount; ++drive) {
         const QByteArray name = "drive" + QByteArray::number(drive) + "_";
-        list << fake_drive(name.constData());
-        for (int partition = 1; partition <= kPartitionsPerDrive; ++partition) {
-            list << fake_partition((name + QByteArray::number(partition)).constData());
+        list << fake_drive(name);
+        for (const char* partition : {"1", "2", "3", "4"}) {
+            list << fake_partition(name + partition);
         }
     }
     return list;
@@ -34,30 +33,27 @@ QList<FakeDevice> devices(int driveCount)
 // The same blocking calls as get_drives() makes, with their answers dropped.
 bool call_bus(const QDBusConnection& bus, const QList<FakeDevice>& list)
 {
-    const QString service = QStringLiteral("org.freedesktop.UDisks");
-    const QString root = QStringLiteral("/org/freedesktop/UDisks");
-    bool isAnswered = bus.call(QDBusMessage::createMethodCall(service, root, service,
-                                                              QStringLiteral("EnumerateDevices")))
-                          .type() == QDBusMessage::ReplyMessage;
+    const auto make = QDBusMessage::createMethodCall;
+    QList<QDBusMessage> calls{make(kService, kRoot, kService, "EnumerateDevices")};
     for (const FakeDevice& device : list) {
-        QDBusMessage message = QDBusMessage::createMethodCall(
-            service, root + QStringLiteral("/devices/") + device.name,
-            QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("GetAll"));
-        message << QStringLiteral("org.freedesktop.UDisks.Device");
-        isAnswered = bus.call(message).type() == QDBusMessage::ReplyMessage && isAnswered;
+        calls << make(kService, kRoot + "/devices/" + device.name,
+                      "org.freedesktop.DBus.Properties", "GetAll");
+        calls.last() << kService + ".Device";
     }
-    return isAnswered;
+    return std::all_of(calls.begin(), calls.end(), [&](const QDBusMessage& call) {
+        return bus.call(call).type() == QDBusMessage::ReplyMessage;
+    });
 }
 
-// The median of several rounds in milliseconds; negative when the work failed once.
-double median_ms(const std::function<bool()>& work)
+// The median of several rounds in milliseconds; the work tells whether it was done.
+double median_ms(const auto& work)
 {
     QList<double> times;
     for (int round = 0; round < kRounds; ++round) {
         QElapsedTimer clock;
         clock.start();
         if (!work()) {
-            return -1;
+            qFatal("bench_get_drives: not all drives were listed");
         }
         times << static_cast<double>(clock.nsecsElapsed()) / 1e6;
     }
@@ -65,19 +61,13 @@ double median_ms(const std::function<bool()>& work)
     return times[kRounds / 2];
 }
 
-bool measure(int driveCount, FakeDiskService& service, const QDBusConnection& bus)
+void measure(unsigned driveCount, FakeDiskService& service, const QDBusConnection& bus)
 {
     const QList<FakeDevice> list = devices(driveCount);
     service.setDevices(list);
     const double calls = median_ms([&] { return call_bus(bus, list); });
-    const double drives = median_ms([&] {
-        const std::vector<Drive> found = get_drives();
-        return found.size() == static_cast<std::size_t>(driveCount) &&
-               found.back().partitions().size() >= kPartitionsPerDrive;
-    });
-    std::printf("%6d %10d %15.1f %15.1f %7.2f\n", driveCount, driveCount * kPartitionsPerDrive,
-                drives, calls, drives / calls);
-    return calls >= 0 && drives >= 0;
+    const double drives = median_ms([&] { return get_drives().size() == driveCount; });
+    std::printf("%6u %15.1f %15.1f %7.2f\n", driveCount, drives, calls, drives / calls);
 }
 
 } // namespace
@@ -88,19 +78,12 @@ int main(int argc, char** argv)
     dbg_init(DBG_TYPE_STRING, 1);
     PrivateBus privateBus;
     if (!privateBus.startAsSystemBus()) {
-        std::fprintf(stderr, "bench_get_drives: dbus-daemon does not start\n");
-        return 1;
+        qFatal("bench_get_drives: dbus-daemon does not start");
     }
     FakeDiskService service(privateBus.address());
-    const auto bus = QDBusConnection::connectToBus(privateBus.address(), QStringLiteral("raw"));
-    QStringList counts = QCoreApplication::arguments().mid(1);
-    if (counts.isEmpty()) {
-        counts = {QStringLiteral("50"), QStringLiteral("100"), QStringLiteral("200")};
+    const auto bus = QDBusConnection::connectToBus(privateBus.address(), "raw");
+    std::printf("drives get_drives() ms    bus calls ms   ratio\n");
+    for (const QString& count : QCoreApplication::arguments().mid(1)) {
+        measure(count.toUInt(), service, bus);
     }
-    std::printf("drives partitions get_drives() ms bus calls ms   ratio\n");
-    bool isMeasured = true;
-    for (const QString& count : std::as_const(counts)) {
-        isMeasured = measure(count.toInt(), service, bus) && isMeasured;
-    }
-    return isMeasured ? 0 : 1;
 }

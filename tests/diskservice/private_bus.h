@@ -3,7 +3,6 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QProcess>
-#include <QProcessEnvironment>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -61,11 +60,9 @@ public:
 
     void start(const PrivateBus& bus, const QString& program, const QStringList& arguments)
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", bus.address());
-        process_.setProcessEnvironment(environment);
         end_with_this_thread(process_);
-        process_.start(program, arguments);
+        process_.start("env", QStringList{"DBUS_SYSTEM_BUS_ADDRESS=" + bus.address(), program} +
+                                  arguments);
     }
 
     /// Whether it comes to own the name on the bus of this connection.
