@@ -35,10 +35,6 @@ private slots:
         QCOMPARE(window->findChild<QPlainTextEdit*>()->toPlainText(), log);
         window->findChild<QPushButton*>("closeButton")->click();
         QTRY_VERIFY(!window);
-        dbg_init("/nonexistent/log", 1);
-        dbg_window(&parent);
-        QCOMPARE(parent.findChild<QPlainTextEdit*>()->toPlainText(), "dbg_type: stderr");
-        dbg_init("string", 1);
     }
 
     void savesTheLog()
@@ -50,25 +46,23 @@ private slots:
                  {"/dev/full", "Cannot save /dev/full\n(No space left on device)"}}) {
             QWidget parent;
             QString warning = "none";
-            QTimer closing;
-            connect(&closing, &QTimer::timeout, this, [&] {
-                if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            QTimer answering;
+            answering.callOnTimeout([&, &name = path] {
+                QWidget* modal = QApplication::activeModalWidget();
+                if (auto* box = qobject_cast<QMessageBox*>(modal)) {
                     warning = box->text();
                     box->buttons().constFirst()->click(); // also: replace the file
+                } else if (modal) {
+                    modal->findChild<QLineEdit*>("fileNameEdit")->setText(name);
+                    QMetaObject::invokeMethod(modal, "accept", Qt::QueuedConnection);
                 }
             });
-            closing.start(1);
-            QTimer::singleShot(0, this, [&, &name = path] {
-                QWidget* dialog = QApplication::activeModalWidget();
-                dialog->findChild<QLineEdit*>("fileNameEdit")->setText(name);
-                QMetaObject::invokeMethod(dialog, "accept");
-            });
+            answering.start(1);
             dbg_window(&parent);
             parent.findChild<QPushButton*>("saveButton")->click();
             QCOMPARE(warning, expected);
         }
-        QVERIFY(saved.open(QIODevice::ReadOnly));
-        QVERIFY(saved.readAll().startsWith("Tag(1): caf\u00e9\n"));
+        QVERIFY(saved.open(QFile::ReadOnly) && saved.readAll().startsWith("Tag(1): caf\u00e9\n"));
     }
 
     void logsWhatACommandPrints()
@@ -76,11 +70,10 @@ private slots:
         const QString command = write_script(home_.filePath("c"), "printf 'o\\0x'; printf e >&2");
         const auto start = dbg_string().size();
         run_command(qPrintable(command));
-        QCOMPARE(log_since(start).join('\n').replace(command, "CMD"),
-                 "System: CMD output: o\nSystem: CMD error: e\n");
         run_command("/nonexistent");
-        QVERIFY(log_since(start).contains(
-            "System: /nonexistent failed: execvp: No such file or directory"));
+        QCOMPARE(log_since(start).replace(command, "CMD"),
+                 "System: CMD output: o\nSystem: CMD error: e\n"
+                 "System: /nonexistent failed: execvp: No such file or directory\n");
     }
 
 private:

@@ -9,17 +9,15 @@
 inline QString write_script(const QString& path, const QByteArray& body)
 {
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write("#!/bin/sh\n" + body + "\n") < 0)
+    if (!file.open(QIODevice::WriteOnly) || file.write("#!/bin/sh\n" + body + "\n") < 0) {
         qFatal("cannot write %s", qPrintable(path));
+    }
     file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     return path;
 }
 
-/// What was logged to memory since the log had `start` characters, without line numbers. The
-/// last item is empty when the last line was ended.
-inline QStringList log_since(qsizetype start)
+/// What was logged to memory since the log had `start` characters, without line numbers.
+inline QString log_since(qsizetype start)
 {
-    static const QRegularExpression lineNumber("^(\\w+)\\(\\d+\\)",
-                                               QRegularExpression::MultilineOption);
-    return dbg_string().mid(start).replace(lineNumber, "\\1").split('\n');
+    return dbg_string().mid(start).replace(QRegularExpression(R"(\b(\w+)\(\d+\): )"), "\\1: ");
 }
