@@ -6,18 +6,15 @@
 #include <QTemporaryDir>
 
 /// A drive that is a sparse file.
-class FileDrive {
-public:
+struct FileDrive {
     explicit FileDrive(unsigned long long sectors, unsigned long long sectorSize = 512)
-        : file(directory.filePath(QStringLiteral("drive")))
+        : file(directory.filePath("drive"))
     {
         drive.setDevice(file.fileName().toStdString());
         drive.setSectors(sectors);
         drive.setSectorSize(sectorSize);
-        const auto bytes = static_cast<qint64>(sectors * sectorSize);
-        if (!file.open(QIODevice::ReadWrite | QIODevice::Unbuffered) || !file.resize(bytes)) {
-            qFatal("no file for a drive");
-        }
+        file.open(QIODevice::ReadWrite | QIODevice::Unbuffered);
+        file.resize(static_cast<qint64>(sectors * sectorSize));
     }
 
     QFile& at(unsigned long long lba)
