@@ -12,76 +12,72 @@ using Access = void (*)(Value&);
 class ValueTest : public QObject {
     Q_OBJECT
 private slots:
-    void numbersKeepTheirLowBits();
-    void copiesAreDeepAndPartsReplaceTheirWhole();
-    void failures_data();
-    void failures();
-};
-
-void ValueTest::numbersKeepTheirLowBits()
-{
-    Value value;
-    QCOMPARE((value["n"] = -2).number(), -2);
-    QCOMPARE((value["n"] = 0xFFFFFFFFUL).number(), 0xFFFFFFFF);
-    QCOMPARE((value["n"] = 18446744073709551615ULL).number(), -1);
-    value.set("n", 4294967296LL + 5);
-    int narrow = 1;
-    unsigned long long wide = 1;
-    QVERIFY(value.get("n", narrow) && value.get("n", wide) && !value.get("missing", wide));
-    QVERIFY(narrow == 5 && wide == 4294967301ULL);
-}
-
-void ValueTest::copiesAreDeepAndPartsReplaceTheirWhole()
-{
-    Value value;
-    value["a"]["b"] = "inner";
-    const Value copy = value;
-    value["a"]["b"] = 1;
-    QCOMPARE(copy["a"].string("b"), "inner");
-    value = value["a"]["b"];
-    QCOMPARE(value.number(), 1);
-}
-
-void ValueTest::failures_data()
-{
-    QTest::addColumn<QString>("message");
-    QTest::addColumn<Access>("access");
-    const auto row = [](const char* name, const char* message, Access access) {
-        QTest::newRow(name) << QString(message) << access;
-    };
-    static int kept = 0;
-    const char* const misuse = R"(misuse config\(\d+\))";
-    row("a dot is no path", "lookup \"a.b\" is not found",
-        [](Value& v) { (void)v.value("a.b", {}); });
-    row("wrong type", "lookup \"s\" is String, not Number", [](Value& v) { (void)v.number("s"); });
-    row("no type", "lookup \"u\" is Unknown, not List", [](Value& v) { (void)v.list("u"); });
-    row("a plain reader of another type", misuse, [](Value& v) { (void)v.list(); });
-    row("get() of another type", misuse, [](Value& v) { (void)v.get("s", kept); });
-    row("a new member of a string", misuse, [](Value& v) { v["s"]["x"] = 1; });
-}
-
-void ValueTest::failures()
-{
-    QFETCH(QString, message);
-    QFETCH(Access, access);
-    Value value;
-    value.set("s", "text");
-    value["a"]["b"] = true;
-    value["u"] = Value(static_cast<Value::Type>(6));
-    dbg_init(DBG_TYPE_STRING, 1);
-    QString thrown;
-    try {
-        access(value);
-    } catch (const config::Exception& exception) {
-        thrown = QString("lookup ") + exception.what();
-    } catch (const std::runtime_error& error) {
-        thrown = QString("misuse ") + error.what();
+    void numbersKeepTheirLowBits()
+    {
+        Value value;
+        QCOMPARE((value["n"] = -2).number(), -2);
+        QCOMPARE((value["n"] = 0xFFFFFFFFUL).number(), 0xFFFFFFFF);
+        QCOMPARE((value["n"] = 18446744073709551615ULL).number(), -1);
+        value.set("n", 4294967296LL + 5);
+        int narrow = 1;
+        unsigned long long wide = 1;
+        QVERIFY(value.get("n", narrow) && value.get("n", wide) && !value.get("missing", wide));
+        QVERIFY(narrow == 5 && wide == 4294967301ULL);
     }
-    const QRegularExpression expected("^" + message + "$");
-    QVERIFY2(expected.match(thrown).hasMatch(), qPrintable(thrown));
-    QVERIFY2(dbg_string().endsWith("): " + thrown.mid(7) + "\n"), qPrintable(dbg_string()));
-    QVERIFY(value.string("s") == "text" && value.object().size() == 3);
-}
+
+    void copiesAreDeepAndPartsReplaceTheirWhole()
+    {
+        Value value;
+        value["a"]["b"] = "inner";
+        const Value copy = value;
+        value["a"]["b"] = 1;
+        QCOMPARE(copy["a"].string("b"), "inner");
+        value = value["a"]["b"];
+        QCOMPARE(value.number(), 1);
+    }
+
+    void failures_data()
+    {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<Access>("access");
+        const auto row = [](const char* name, const char* message, Access access) {
+            QTest::newRow(name) << QString(message) << access;
+        };
+        static int kept = 0;
+        const char* const misuse = R"(misuse config\(\d+\))";
+        row("a dot is no path", "lookup \"a.b\" is not found",
+            [](Value& v) { (void)v.value("a.b", {}); });
+        row("wrong type", "lookup \"s\" is String, not Number",
+            [](Value& v) { (void)v.number("s"); });
+        row("no type", "lookup \"u\" is Unknown, not List", [](Value& v) { (void)v.list("u"); });
+        row("a plain reader of another type", misuse, [](Value& v) { (void)v.list(); });
+        row("get() of another type", misuse, [](Value& v) { (void)v.get("s", kept); });
+        row("a new member of a string", misuse, [](Value& v) { v["s"]["x"] = 1; });
+    }
+
+    void failures()
+    {
+        QFETCH(QString, message);
+        QFETCH(Access, access);
+        Value value;
+        value.set("s", "text");
+        value["a"]["b"] = true;
+        value["u"] = Value(static_cast<Value::Type>(6));
+        dbg_init(DBG_TYPE_STRING, 1);
+        QString thrown;
+        try {
+            access(value);
+        } catch (const config::Exception& exception) {
+            thrown = QString("lookup ") + exception.what();
+        } catch (const std::runtime_error& error) {
+            thrown = QString("misuse ") + error.what();
+        }
+        const QRegularExpression expected("^" + message + "$");
+        QVERIFY2(expected.match(thrown).hasMatch(), qPrintable(thrown));
+        QVERIFY2(dbg_string().endsWith("): " + thrown.mid(7) + "\n"), qPrintable(dbg_string()));
+        QVERIFY(value.string("s") == "text" && value.object().size() == 3);
+    }
+};
 
 QTEST_APPLESS_MAIN(ValueTest)
 #include "value_test.moc"
