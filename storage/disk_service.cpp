@@ -13,6 +13,10 @@ const char* const kDeviceInterface = "org.freedesktop.UDisks.Device";
 const char* const kPropertiesInterface = "org.freedesktop.DBus.Properties";
 const char* const kConnectionName = "vantrelle-disk-service";
 
+// Far fewer than the 128 unanswered calls that a system bus allows (dbus-daemon(1),
+// max_replies_per_connection).
+constexpr std::size_t kCallsOnTheirWay = 8;
+
 // The toolkit's own system-bus connection stays broken for the whole run when the bus was
 // not there at the first call or went away; this one is made anew, so that restarting the
 // discovery helps.
@@ -27,14 +31,31 @@ QDBusConnection system_bus()
     return QDBusConnection::connectToBus(QDBusConnection::SystemBus, name);
 }
 
-QDBusMessage call(const QString& path, const char* interface, const char* method,
-                  const QVariantList& arguments = {}, QDBus::CallMode mode = QDBus::Block)
+QDBusMessage question(const QString& path, const char* interface, const char* method,
+                      const QVariantList& arguments = {})
 {
     QDBusMessage message =
         QDBusMessage::createMethodCall(QString::fromLatin1(kService), path,
                                        QString::fromLatin1(interface), QString::fromLatin1(method));
     message.setArguments(arguments);
-    return system_bus().call(message, mode);
+    return message;
+}
+
+QDBusMessage properties_question(const QString& devicePath)
+{
+    return question(devicePath, kPropertiesInterface, "GetAll",
+                    {QString::fromLatin1(kDeviceInterface)});
+}
+
+DeviceProperties properties_answer(const QDBusMessage& reply)
+{
+    if (reply.type() == QDBusMessage::ErrorMessage) {
+        return {QDBusError(reply), {}};
+    }
+    if (reply.signature() != QLatin1String("a{sv}")) {
+        return {};
+    }
+    return {{}, qdbus_cast<QVariantMap>(reply.arguments().constFirst())};
 }
 
 void register_reply_type()
@@ -51,34 +72,49 @@ void register_reply_type()
 QDBusReply<QList<QDBusObjectPath>> enumerate_devices()
 {
     register_reply_type();
-    return call(QString::fromLatin1(kServicePath), kService, "EnumerateDevices");
+    return system_bus().call(
+        question(QString::fromLatin1(kServicePath), kService, "EnumerateDevices"));
 }
 
 DeviceProperties device_properties(const QString& devicePath)
 {
-    const QDBusMessage reply =
-        call(devicePath, kPropertiesInterface, "GetAll", {QString::fromLatin1(kDeviceInterface)});
-    if (reply.type() == QDBusMessage::ErrorMessage) {
-        return {QDBusError(reply), {}};
+    return properties_answer(system_bus().call(properties_question(devicePath)));
+}
+
+PropertiesReader::PropertiesReader(const QList<QDBusObjectPath>& devices) : devices_(devices)
+{
+}
+
+DeviceProperties PropertiesReader::next()
+{
+    askAhead();
+    QDBusPendingCall answer = answers_.front();
+    answers_.pop_front();
+    answer.waitForFinished();
+    return properties_answer(answer.reply());
+}
+
+void PropertiesReader::askAhead()
+{
+    while (answers_.size() < kCallsOnTheirWay && asked_ < devices_.size()) {
+        answers_.push_back(system_bus().asyncCall(properties_question(devices_[asked_].path())));
+        ++asked_;
     }
-    if (reply.signature() != QLatin1String("a{sv}")) {
-        return {};
-    }
-    return {{}, qdbus_cast<QVariantMap>(reply.arguments().constFirst())};
 }
 
 QVariant device_property(const QString& devicePath, const char* name)
 {
-    const QDBusMessage reply =
-        call(devicePath, kPropertiesInterface, "Get",
-             {QString::fromLatin1(kDeviceInterface), QString::fromLatin1(name)});
+    const QDBusMessage reply = system_bus().call(
+        question(devicePath, kPropertiesInterface, "Get",
+                 {QString::fromLatin1(kDeviceInterface), QString::fromLatin1(name)}));
     return reply.arguments().value(0).value<QDBusVariant>().variant();
 }
 
 QDBusMessage call_device_alive(const QString& devicePath, const char* method,
                                const QVariantList& arguments)
 {
-    return call(devicePath, kDeviceInterface, method, arguments, QDBus::BlockWithGui);
+    return system_bus().call(question(devicePath, kDeviceInterface, method, arguments),
+                             QDBus::BlockWithGui);
 }
 
 } // namespace disk_service

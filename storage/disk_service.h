@@ -3,10 +3,13 @@
 #include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
+#include <QDBusPendingCall>
 #include <QDBusReply>
 #include <QList>
 #include <QString>
 #include <QVariantMap>
+
+#include <deque>
 
 /// The disk service on the system bus: UDisks, version 1 interface. Every call blocks for
 /// at most the bus's default reply time-out.
@@ -22,6 +25,24 @@ struct DeviceProperties {
     QVariantMap values;
 };
 [[nodiscard]] DeviceProperties device_properties(const QString& devicePath);
+
+/// The properties of many devices, one after the other in the order given. A few calls are
+/// always on their way, as waiting for each answer before the next question takes several
+/// times as long.
+class PropertiesReader {
+public:
+    explicit PropertiesReader(const QList<QDBusObjectPath>& devices);
+
+    /// The next device's properties, at most once for each device; blocks until they are there.
+    [[nodiscard]] DeviceProperties next();
+
+private:
+    void askAhead();
+
+    QList<QDBusObjectPath> devices_;
+    qsizetype asked_ = 0;
+    std::deque<QDBusPendingCall> answers_;
+};
 
 /// One property of a device, asked for by itself; invalid when the call failed.
 [[nodiscard]] QVariant device_property(const QString& devicePath, const char* name);

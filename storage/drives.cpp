@@ -88,11 +88,11 @@ std::optional<Drive::Partition> partition_from_properties(const QVariantMap& pro
     return partition;
 }
 
-void add_device(const QString& devicePath, std::vector<Drive>& drives,
-                std::vector<Drive::Partition>& partitions)
+void add_device(const QString& devicePath, disk_service::PropertiesReader& reader,
+                std::vector<Drive>& drives, std::vector<Drive::Partition>& partitions)
 {
     dbg_ostream(DBG_MODULE, __LINE__) << ": *** devicePath: " << devicePath << " ***" << Qt::endl;
-    const auto [error, properties] = disk_service::device_properties(devicePath);
+    const auto [error, properties] = reader.next();
     if (error.isValid()) {
         dbg_ostream(DBG_MODULE, __LINE__) << ": GetAll failed: " << error.message() << Qt::endl;
         return;
@@ -149,8 +149,9 @@ std::vector<Drive> get_drives()
         return drives;
     }
     std::vector<Drive::Partition> partitions;
+    disk_service::PropertiesReader reader(devices.value());
     for (const QDBusObjectPath& device : devices.value()) {
-        add_device(device.path(), drives, partitions);
+        add_device(device.path(), reader, drives, partitions);
     }
     attach_partitions(drives, std::move(partitions));
     sort_by_device(drives);

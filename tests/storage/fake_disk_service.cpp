@@ -135,8 +135,9 @@ QDBusMessage FakeDiskService::answerOperation(const QDBusMessage& call, const Fa
 FakeDevice FakeDiskService::device(const QString& objectPath) const
 {
     const QMutexLocker lock(&mutex_);
+    const QString name = objectPath.section('/', -1);
     for (const FakeDevice& device : devices_) {
-        if (objectPath.endsWith('/' + device.name)) {
+        if (device.name == name) {
             return device;
         }
     }
