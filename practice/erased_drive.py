@@ -16,7 +16,7 @@ FILES = {"picture.png", "EFI/BOOT/BOOTX64.EFI", "EFI/BOOT/BOOTIA32.EFI"}
 
 
 class Fat32:
-    """The places of a FAT32 file system (Microsoft FAT specification 1.03), in sectors from
+    """The places of a FAT32 file system (Microsoft, fatgen103), in sectors from
     the start of the drive."""
 
     def __init__(self, image):
