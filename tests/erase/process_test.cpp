@@ -76,6 +76,8 @@ private slots:
         QTest::addColumn<QString>("events");
         QTest::newRow("printf 'a\\n\\nb\\0c\\nd\\n'") << "running 1|out: a 1|out: b 1|done 4";
         QTest::newRow("printf '\\351' >&2") << u"running 1|err: \u00e9 1|done 4"_qs;
+        QTest::newRow("printf progr; sleep 1; printf 'ess: 30\\r\\n'")
+            << "running 1|out: progr 1|out: ess: 30\r 1|done 4";
         QTest::newRow("exit 2") << "running 1|error: exit code: 2 3";
         QTest::newRow("kill -9 $$") << "running 1|error: exit code: 9 3";
     }
