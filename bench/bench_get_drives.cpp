@@ -30,7 +30,7 @@ QList<FakeDevice> devices(unsigned driveCount)
     return list;
 }
 
-// The same blocking calls as get_drives() makes, with their answers dropped.
+// The questions that get_drives() asks, each waiting for its answer before the next.
 bool call_bus(const QDBusConnection& bus, const QList<FakeDevice>& list)
 {
     const auto make = QDBusMessage::createMethodCall;

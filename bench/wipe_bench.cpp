@@ -1,5 +1,4 @@
-// The sector wipe beside `dd bs=128k` on the same file, in turns, through the system's cache,
-// and the longest time that the event loop waits for its turn meanwhile.
+// The sector wipe beside `dd bs=128k` on one cached file, and the event loop's longest wait.
 //     wipe_bench [MiB] [runs] [sectors per time]
 #include "tests/tools/file_drive.h"
 #include "tests/tools/message_boxes.h"

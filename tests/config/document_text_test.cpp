@@ -52,7 +52,6 @@ void DocumentTextTest::reads_data()
     bad("a minus alone", "[- 1]", 2);
     bad("a list may not end with a comma", "[1,]", 2);
     bad("a missing comma", "[1 2]", 2);
-    bad("the wrong bracket", R"({"a":[1}})", 3);
     bad("a fraction", "[1.5]", 2);
     bad("an open block comment", "[1/*]", 2);
     bad("something behind the tree, which is stored", "{} x", 1, "{}");

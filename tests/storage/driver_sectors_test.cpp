@@ -2,6 +2,7 @@
 #include "storage/driver.h"
 #include "tests/tools/file_drive.h"
 
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -24,6 +25,25 @@ private slots:
             QCOMPARE(driver.readSectors(lba, 2, read.data()), 2ULL);
             QVERIFY(read == sectors);
         }
+    }
+
+    void writesToABlockDevice()
+    {
+        FileDrive file(8);
+        QProcess losetup;
+        losetup.start("losetup", {"--find", "--show", file.drive.device().c_str()});
+        if (!losetup.waitForFinished() || losetup.exitCode() != 0) {
+            QSKIP("no loop device: it takes root");
+        }
+        const QByteArray loop = losetup.readAllStandardOutput().trimmed();
+        const QByteArray sector(512, 'z');
+        Driver driver(loop, 512);
+        const bool isWritten = driver.init(Driver::Write) && driver.size() == 4096 &&
+                               driver.writeSectors(7, 1, sector.constData()) == 1;
+        driver.close();
+        QCOMPARE(QProcess::execute("losetup", {"--detach", loop}), 0);
+        QVERIFY(isWritten);
+        QTRY_COMPARE(file.at(7).read(512), sector);
     }
 
     void logsFailuresAndNoShortReads()
