@@ -189,7 +189,7 @@ def compare_start(arguments):
     with tempfile.TemporaryDirectory() as name, Processes() as processes:
         directory = pathlib.Path(name)
         display = processes.start_virtual_screen("1024x768", None, "-fbdir", name)
-        stage = Stage(processes, BINARIES.parent, directory, display, "1024x768")
+        stage = Stage(processes, BINARIES, directory, display, "1024x768")
         images = [directory / str(number) for number in range(3)]
         for image in images:
             image.write_bytes(bytes(1 << 20))
