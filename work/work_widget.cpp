@@ -67,6 +67,8 @@ WorkWidget::WorkWidget(MainWindow* mainWindow)
     ui->drivesTreeWidget->header()->swapSections(kTextColumn, kBarColumn);
     keepButtonRow();
     timer_.setInterval(kTickMs);
+    nextStart_.setSingleShot(true);
+    nextStart_.callOnTimeout(this, &WorkWidget::startNextWorker);
 }
 
 WorkWidget::~WorkWidget() = default;
@@ -227,7 +229,7 @@ void WorkWidget::startNextWorker()
     }
     const auto worker = workers_[startedWorkers_]; // stays alive whatever happens below a box
     ++startedWorkers_;
-    QTimer::singleShot(0, this, &WorkWidget::startNextWorker);
+    nextStart_.start();
     worker->start(emulate_);
 }
 

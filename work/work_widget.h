@@ -78,6 +78,7 @@ private:
     QString drivesString_;
     int countdownCounter_ = 0;
     std::vector<std::shared_ptr<Worker>> workers_;
+    QTimer nextStart_; // without delay
     bool emulate_ = false;
     std::size_t startedWorkers_ = 0; // of workers_, in order, while erasing
 };
