@@ -60,6 +60,7 @@ class Drive:
 
     def __init__(self, fault, directory, options, processes):
         self.name, self.kind, *settings = fault.split(" | ")
+        directory.mkdir(exist_ok=True)
         self.path = self.medium = directory / re.sub(r"\W", "-", self.name)
         self.old, size = pathlib.Path("/dev/zero"), options.size << 20
         if self.name == "shrinks":
@@ -72,7 +73,7 @@ class Drive:
             subprocess.run(["mount", "-t", "tmpfs", "-o", limit, "tmpfs", self.path], check=True)
             self.path = self.medium = self.path / "file"
         else:
-            self.old, self.medium = directory / "old", self.path.with_suffix(".medium")
+            self.old, self.medium = directory.parent / "old", self.path.with_suffix(".medium")
             shutil.copyfile(self.old, self.medium)
             settings += [f"seed={options.seed}", f"seconds={options.stall}"]
             show_as_file(processes, self.path, ["--filter=error", "--filter=delay", "python",
@@ -83,12 +84,6 @@ class Drive:
         self.sectors = size // SECTOR
         self.settings = {"seed": "", **dict(setting.split("=", 1) for setting in settings)}
         self.rules = faulty_drive.read_rules(self.sectors, self.settings)
-
-    def remove(self):
-        for path in (self.path, self.path.parent):
-            subprocess.run(["umount", "-lq", path], check=False)
-        for path in (self.medium, self.path):
-            path.unlink(missing_ok=True)
 
     def states(self):
         """A letter for each sector: written, old, or something else."""
@@ -175,7 +170,7 @@ def parse_arguments():
     parser.add_argument("--binaries", type=pathlib.Path, required=True, help="the built programs")
     parser.add_argument("--directory", help="where to make the drives (default: as mktemp)")
     parser.add_argument("--size", type=int, default=64, help="of a drive, in MiB (default: 64)")
-    parser.add_argument("--seed", type=int, default=1, help="for the random faults (default: 1)")
+    parser.add_argument("--seed", type=int, default=5, help="for the random faults (default: 5)")
     parser.add_argument("--stall", type=int, default=30, help="seconds (default: 30)")
     parser.add_argument("--timeout", type=int, default=900, help="seconds for a run")
     parser.add_argument("--only", default="", help="a regular expression of lines of the table")
@@ -197,8 +192,34 @@ def is_possible(fault):
 
 
 def show(name, state, message, wrong):
-    print(f"{name:22} {state:8} {'WRONG: ' + wrong if wrong else 'right'}\n    {message}", flush=True)
+    print(f"{name:22} {state:7} {'WRONG ' + wrong if wrong else 'right'}: {message}", flush=True)
     return not wrong
+
+
+def clear(directory):
+    for line in pathlib.Path("/proc/mounts").read_text().splitlines():
+        if (path := line.split()[1]).startswith(str(directory)):
+            unmount = 'fusermount3 -uzq "$0" || umount -l "$0"'
+            subprocess.run(["sh", "-c", unmount, path], check=False)
+    shutil.rmtree(directory)
+
+
+def run_all(faults, options, directory):
+    """Gives whether each row is right, for each."""
+    for fault in faults:
+        with Processes() as processes:
+            drive = Drive(fault, directory / "drives", options, processes)
+            yield show(drive.name, *run_driver(drive, options))
+        clear(directory / "drives")
+    if options.driver_only:
+        return
+    print("All at once under the program:")
+    with Processes() as processes:
+        drives = [Drive(fault, directory / "drives", options, processes) for fault in faults]
+        for is_read in (False, True):
+            chosen = [drive for drive in drives if (drive.kind == "read") == is_read]
+            for row in run_program(chosen, directory / f"run{is_read}", options, processes, is_read):
+                yield show(*row)
 
 
 def main():
@@ -212,23 +233,10 @@ def main():
         while old.tell() < options.size << 20:
             old.write(block)
         old.truncate(options.size << 20)
-    is_right = True
-    for fault in faults:
-        with Processes() as processes:
-            drive = Drive(fault, directory, options, processes)
-            is_right &= show(drive.name, *run_driver(drive, options))
-            drive.remove()
-    if not options.driver_only:
-        with Processes() as processes:
-            drives = [Drive(fault, directory, options, processes) for fault in faults]
-            for is_read in (False, True):
-                chosen = [drive for drive in drives if (drive.kind == "read") == is_read]
-                for row in run_program(chosen, directory / str(is_read), options, processes, is_read):
-                    is_right &= show(*row)
-            for drive in drives:
-                drive.remove()
-    shutil.rmtree(directory, ignore_errors=True)
-    return 0 if is_right else 1
+    try:
+        return 0 if all(list(run_all(faults, options, directory))) else 1
+    finally:
+        clear(directory)
 
 
 if __name__ == "__main__":
