@@ -1,16 +1,48 @@
-"""The program on a bus of its own, with drives that are files, and what its screen shows."""
+"""What both benches need: drives that nbdkit makes, and the program on a bus of its own with
+such drives, of which the plugin screen_reader tells what the screen shows."""
 
 import json
+import os
 import pathlib
 import re
+import shutil
+import subprocess
 import sys
+import tempfile
+import types
 
 sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "practice"))
-from practice_run import Log
+from practice_run import Log, shield_system_commands
 from processes import wait_until
+from stage import Stage
 
 HANG_SECONDS = 10
 SCREEN_TAIL_BYTES = 1 << 16  # room for some lines
+
+
+def prepare(description, **usual):
+    """Reads the settings, given as NAME=VALUE, and makes a directory for what the run makes."""
+    usual |= {"build": "build/release", "directory": tempfile.gettempdir()}
+    given = dict(argument.partition("=")[::2] for argument in sys.argv[1:])
+    if not given.keys() <= usual.keys():
+        sys.exit(f"{description}\n\nThe settings, NAME=VALUE, and their usual values: {usual}")
+    settings = {name: type(value)(given.get(name, value)) for name, value in usual.items()}
+    shield_system_commands(types.SimpleNamespace(virtual=True))
+    options = types.SimpleNamespace(**settings)
+    options.missing = ", ".join([tool for tool in ("nbdkit", "nbdfuse") if not shutil.which(tool)] +
+                                ["/dev/fuse"] * (not os.access("/dev/fuse", os.R_OK | os.W_OK)))
+    options.directory = pathlib.Path(tempfile.mkdtemp(dir=options.directory)).resolve()
+    options.build = pathlib.Path(options.build).resolve()
+    return options
+
+
+def clear(directory):
+    """Removes it, with what is mounted in it by a server that was killed."""
+    for line in pathlib.Path("/proc/mounts").read_text().splitlines():
+        if (path := line.split()[1]).startswith(f"{directory}/"):
+            unmount = 'fusermount3 -uzq "$0" || umount -l "$0"'
+            subprocess.run(["sh", "-c", unmount, path], check=False)
+    shutil.rmtree(directory)
 
 
 def show_as_file(processes, path, server):
@@ -24,23 +56,14 @@ def show_as_file(processes, path, server):
 class WatchedRun:
     """`drives` are the files by the name (model) that the screen shows."""
 
-    def __init__(self, processes, binaries, directory, drives):
-        self._screen, self.log = directory / "screen", Log(directory / "log")
-        (directory / "lib").mkdir(parents=True)
-        for name in ("driver", "format", "boot"):
-            (directory / "lib" / name).symlink_to(binaries / "lib" / name)
-        messages = (directory / "messages").open("w")
-        environment = {"DBUS_SYSTEM_BUS_ADDRESS": processes.start_bus(messages),
-                       "QT_QPA_PLATFORM": "offscreen", "QT_PLUGIN_PATH": str(binaries),
+    def __init__(self, processes, options, directory, drives):
+        directory.mkdir(parents=True)
+        self._screen, self.log = directory / "screen", Log(directory / "log.txt")
+        os.environ |= {"QT_PLUGIN_PATH": f"{options.build}/bin",
                        "QT_QPA_GENERIC_PLUGINS": f"screen_reader:{self._screen}"}
-        images = [part for name, path in drives.items()
-                  for part in ("--image", f"{path},model={name}")]
-        # The program skips two characters after "lib=".
-        commands = (["diskservice", *images],
-                    ["vantrelleplus", f"lib=..{directory}/lib", f"dbg={directory}/log"])
-        self.service, self.program = (
-            processes.start([binaries / command[0], *command[1:]], environment, stderr=messages)
-            for command in commands)
+        stage = Stage(processes, options.build, directory)
+        stage.start_disk_service({path: f"model={name}" for name, path in drives.items()})
+        self._program = stage.start_program()
         wait_until(lambda: self._screen.exists() and self._screen.stat().st_size, HANG_SECONDS,
                    "the screen")
 
@@ -60,7 +83,7 @@ class WatchedRun:
 
     def is_over(self):
         screen = self.screen()
-        return (not re.search(r"%|INIT|FORMAT", str(screen["rows"])) and
+        return (not re.search(r"%|INIT|FORMAT", " ".join(screen["rows"].values())) and
                 (screen["rows"] or screen["information"] == "No drives found"))
 
     def finish(self, seconds):
@@ -75,6 +98,6 @@ class WatchedRun:
         self.order("actionQuit")
         times = [int(ms) for ms in re.findall(r'"ms":(\d+)', self._screen.read_text())]
         longest = max(later - earlier for earlier, later in zip(times, times[1:]))
-        if self.program.wait(HANG_SECONDS) != 0 or longest > HANG_SECONDS * 1000:
-            raise RuntimeError(f"it ended with {self.program.returncode}, stood for {longest} ms")
+        if self._program.wait(HANG_SECONDS) != 0 or longest > HANG_SECONDS * 1000:
+            raise RuntimeError(f"it ended with {self._program.returncode}, stood for {longest} ms")
         return screen
