@@ -18,7 +18,6 @@ TABLE = pathlib.Path(__file__).parents[2] / "docs/faults.md"
 ROW = re.compile(r"\| (.*) \| (write|some|flush|gone|read|lie) \|(.*)\|")
 MAX_MARKS = 64  # sectors with neither the old nor the new that an unfinished run may leave
 IN_FLIGHT_SECTORS = 64 * 256
-SECTOR_BY_SECTOR = (f"minblock={SECTOR}", f"maxdata={SECTOR}")
 RUN_SECONDS = 3600
 
 
@@ -43,7 +42,7 @@ class Drive:
             shutil.copyfile(self.old, self.medium)
             show_as_file(processes, self.path, [
                 "--filter=error", "--filter=delay", "--filter=blocksize", "python",
-                faulty_drive.__file__, f"file={self.medium}", *given, *SECTOR_BY_SECTOR])
+                faulty_drive.__file__, f"file={self.medium}", *given, f"minblock={SECTOR}"])
         self.sectors = range(self.path.stat().st_size // SECTOR)
         self.rules = faulty_drive.read_rules(len(self.sectors), self.settings)
 
@@ -110,15 +109,19 @@ def run_program(drives, options, processes):
     screen, log = run.finish(RUN_SECONDS), run.log.text()
     for drive in drives:
         job = re.search(rf"id: (\d+): start: \S*/driver device={drive.path} ", log)[1]
-        code = int(re.search(rf"id: {job}: finished: exitCode: (\d+)", log)[1])
+        codes = re.findall(rf"id: {job}: finished: exitCode: (\d+)", log)
         message = "".join(re.findall(rf"id: {job}: stdout: error: (.*)", log))
-        wrong = (", ".join(check(drive.medium, run.log.picture(drive.path))[0])
-                 if code == 0 and not is_read else drive.wrong(code, message))
-        box = f"{drive.name}\n\nErasing failed: {message}"
-        if any(text.endswith(box) for text in screen["boxes"]) == (code == 0):
-            wrong += f" message boxes: {screen['boxes']}"
-        row = screen["rows"][drive.name]
-        yield drive.name, row, message, wrong + ("" if row == ("DONE", "ERROR")[code] else " row")
+        if codes == ["0", "1"] and drive.kind == "some":  # it struck while formatting
+            wrong, box = "", "Formatting failed: exit code: 1"
+        elif codes == ["0", "0"] and not is_read:
+            wrong, box = ", ".join(check(drive.medium, run.log.picture(drive.path))[0]), ""
+        else:
+            wrong, box = drive.wrong(int(codes[0]), message), f"Erasing failed: {message}"
+        row, boxes = screen["rows"][drive.name], "\0".join([*screen["boxes"], ""])
+        is_told = f"{drive.name}\n\n{box}\0" in boxes
+        if row != ("ERROR" if is_told else "DONE") or is_told != ("1" in codes):
+            wrong += f" row or message boxes: {screen['boxes']}"
+        yield drive.name, row, message, wrong
 
 
 def run_all(rows, options):

@@ -1,5 +1,6 @@
 """A drive with faults, for nbdkit's Python plugin, over the file `file`. docs/faults.md tells of
-the rules that say which. Needs nbdkit's filter blocksize, which cuts requests into sectors."""
+the rules that say which. nbdkit's filter blocksize makes every request one of whole
+sectors."""
 
 import errno
 import os
@@ -44,22 +45,25 @@ def fail_if(has_failed):
 
 
 def pread(rules, buffer, offset, _):
-    sector = offset // SECTOR
-    fail_if(rules["unreadable"](sector))
-    place = rules["place"](sector)
-    data = os.pread(settings["fd"], SECTOR, (sector if place is None else place) * SECTOR)
-    buffer[:] = bytes(SECTOR) if rules["blank"](sector) else data
+    for done in range(0, len(buffer), SECTOR):
+        sector = (offset + done) // SECTOR
+        fail_if(rules["unreadable"](sector))
+        place = rules["place"](sector)
+        data = os.pread(settings["fd"], SECTOR, (sector if place is None else place) * SECTOR)
+        buffer[done:done + SECTOR] = bytes(SECTOR) if rules["blank"](sector) else data
 
 
 def pwrite(rules, buffer, offset, _):
-    sector = offset // SECTOR
-    time.sleep(rules["stall"](sector))
-    if victim := rules["dies"](sector):
-        os.kill(victim, signal.SIGKILL)
-    fail_if(rules["bad"](sector))
-    place = rules["place"](sector)
-    if place is not None:
-        os.pwrite(settings["fd"], buffer, place * SECTOR)
+    for done in range(0, len(buffer), SECTOR):
+        sector = (offset + done) // SECTOR
+        if seconds := rules["stall"](sector):
+            time.sleep(seconds)
+        if victim := rules["dies"](sector):
+            os.kill(victim, signal.SIGKILL)
+        fail_if(rules["bad"](sector))
+        place = rules["place"](sector)
+        if place is not None:
+            os.pwrite(settings["fd"], buffer[done:done + SECTOR], place * SECTOR)
 
 
 def flush(rules, _):
