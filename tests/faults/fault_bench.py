@@ -10,7 +10,7 @@ import subprocess
 import sys
 
 import faulty_drive
-from watched_run import WatchedRun, clear, prepare, show_as_file, wait_until
+from watched_run import WatchedRun, clear, prepare, report, show_as_file, wait_until
 from erased_drive import PATTERN_SECTOR, SECTOR, check
 from processes import Processes
 
@@ -32,13 +32,14 @@ class Drive:
         folder = directory / re.sub(r"\W", "-", self.name)
         folder.mkdir(parents=True)
         self.path = self.medium = folder / folder.name
+        self.old = options.directory / "old"
         if "setup" in self.settings:
             self.old = pathlib.Path("/dev/zero")
             names = {"drive": self.path, "folder": folder, "size": str(options.size << 20)}
             processes.start(["sh", "-c", self.settings["setup"]], names)
             wait_until(lambda: self.path.exists() and self.path.stat().st_size, 10, "the setup")
         else:
-            self.old, self.medium = options.directory / "old", folder / "medium"
+            self.medium = folder / "medium"
             shutil.copyfile(self.old, self.medium)
             show_as_file(processes, self.path, [
                 "--filter=error", "--filter=delay", "--filter=blocksize", "python",
@@ -48,15 +49,10 @@ class Drive:
 
     def states(self):
         """A letter for each sector: written, old, or something else."""
-        states = ""
         with self.medium.open("rb") as medium, self.old.open("rb") as before:
-            while data := medium.read(SECTOR << 8):
-                old, new = before.read(len(data)), PATTERN_SECTOR * (len(data) // SECTOR)
-                step = len(data) if data in (old, new) else SECTOR
-                for i in range(0, len(data), step):
-                    part = data[i:i + step]
-                    state = "o" if part == old[i:i + step] else "w" if part == new[:step] else "?"
-                    states += state * (step // SECTOR)
+            pairs = ((medium.read(SECTOR), before.read(SECTOR)) for _ in self.sectors)
+            states = "".join("o" if now == old else "w" if now == PATTERN_SECTOR else "?"
+                             for now, old in pairs)
         return states[:self.rules["kept"](0)]
 
     def wrong(self, code, message):
@@ -145,20 +141,13 @@ def main():
     options = prepare(__doc__, size=64, seed=5, seconds=30, program=1, only="", more="")
     rows = [line for line in (TABLE.read_text() + "\n" + options.more).splitlines()
             if ROW.match(line) and re.search(options.only, line)]
-    results = []
     for row in list(rows):
-        missing = "root" if "mount" in row and os.geteuid() != 0 else options.missing
-        if missing and ("mount" in row or "setup" not in row):
+        missing = "" if "setup" in row else options.missing
+        missing = "root" if "mount" in row and os.geteuid() != 0 else missing
+        if missing:
             print(f"skipped, there is no {missing}: {row}")
             rows.remove(row)
-    try:
-        for name, state, message, wrong in run_all(rows, options):
-            state = f"{state:7} {'WRONG ' + wrong if wrong else 'right'}"
-            print(f"{name:22} {state}: {message}", flush=True)
-            results.append(not wrong)
-    finally:
-        clear(options.directory)
-    return 0 if all(results) else 1
+    return report(options, run_all(rows, options))
 
 
 if __name__ == "__main__":

@@ -17,10 +17,9 @@ settings = {"errno": "EIO"}
 
 def read_rules(sectors, given):
     """The rules as functions of a sector."""
-    def chance(thing):
-        return zlib.crc32(f"{given['seed']} {thing}".encode()) / (1 << 32)
-    names = {"n": sectors, "chance": chance, "seconds": int(given["seconds"]),
-             "server": os.getpid(), "parent": os.getppid()}
+    names = {"n": sectors, "seconds": int(given["seconds"]), "server": os.getpid(),
+             "parent": os.getppid(),
+             "chance": lambda x: zlib.crc32(f"{given['seed']} {x}".encode()) / (1 << 32)}
     return {name: eval(f"lambda s: {given.get(name, USUAL[name])}", names) for name in USUAL}
 
 

@@ -9,7 +9,8 @@ import subprocess
 import sys
 import time
 
-from watched_run import HANG_SECONDS, WatchedRun, clear, prepare, show_as_file, wait_until
+from watched_run import (HANG_SECONDS, WatchedRun, clear, prepare, report, show_as_file,
+                         wait_until)
 from erased_drive import check
 from processes import Processes
 
@@ -19,7 +20,7 @@ VICTIMS = {"lib/driver": 6, "lib/format": 3, "bin/diskservice": 30, "dbus-daemon
 PACE = ("rate=40M", "wdelay=2ms")
 DRIVES = range(3)
 RUN_SECONDS = 300
-HELPERS = "lib/driver |lib/format |mkfs.fat|mcopy|mmd"
+HELPERS = "(lib/driver|lib/format|mkfs.fat|mcopy|mmd) "
 
 
 def start(processes, options, directory):
@@ -36,8 +37,9 @@ def start(processes, options, directory):
 
 
 def find(pattern):
-    """The processes of this session, which is that of one plan, with such a command line."""
-    found = subprocess.run(["pgrep", "-s", "0", "-f", pattern], stdout=subprocess.PIPE, check=False)
+    """The processes of this session, which is that of one plan, that were started so."""
+    found = subprocess.run(["pgrep", "-s", "0", "-f", rf"^\S*{pattern}"], stdout=subprocess.PIPE,
+                           check=False)
     return [int(process) for process in found.stdout.split()]
 
 
@@ -91,7 +93,8 @@ def one_run(plan):
     except (OSError, ValueError, RuntimeError, AttributeError) as error:
         wrong += repr(error)
     clear(directory)
-    return victim, moment, wrong, f"{before['information']} {' '.join(before['rows'].values())}"
+    shown = f"{before['information']} {' '.join(before['rows'].values())}"
+    return victim, f"{moment:5.2f} s", shown, wrong
 
 
 def main():
@@ -100,14 +103,8 @@ def main():
         sys.exit(f"there is no {options.missing}")
     plans = [(options, victim, number) for victim in options.only.split()
              for number in range(options.count)]
-    results = []
     with multiprocessing.Pool(options.jobs, maxtasksperchild=1) as pool:
-        for victim, moment, wrong, shown in pool.imap(one_run, plans, chunksize=1):
-            state = f"WRONG {wrong}" if wrong else "right"
-            print(f"{victim:17} at {moment:5.2f} s {state}: {shown}", flush=True)
-            results.append(not wrong)
-    clear(options.directory)
-    return 0 if all(results) else 1
+        return report(options, pool.imap(one_run, plans, chunksize=1))
 
 
 if __name__ == "__main__":

@@ -36,6 +36,19 @@ def prepare(description, **usual):
     return options
 
 
+def report(options, results):
+    """Prints a line for each result (name, state, message, what is wrong); gives the exit code."""
+    try:
+        is_wrong = False
+        for name, state, message, wrong in results:
+            is_wrong |= bool(wrong)
+            outcome = f"WRONG {wrong}" if wrong else "right"
+            print(f"{name:22} {state:7} {outcome}: {message}", flush=True)
+        return int(is_wrong)
+    finally:
+        clear(options.directory)
+
+
 def clear(directory):
     """Removes it, with what is mounted in it by a server that was killed."""
     for line in pathlib.Path("/proc/mounts").read_text().splitlines():
