@@ -9,8 +9,7 @@ import subprocess
 import sys
 import time
 
-from watched_run import (HANG_SECONDS, WatchedRun, clear, prepare, report, show_as_file,
-                         wait_until)
+from watched_run import WatchedRun, clear, prepare, report, show_as_file, wait_until
 from erased_drive import check
 from processes import Processes
 
@@ -19,7 +18,7 @@ VICTIMS = {"lib/driver": 6, "lib/format": 3, "bin/diskservice": 30, "dbus-daemon
            "bin/vantrelleplus": 30}
 PACE = ("rate=40M", "wdelay=2ms")
 DRIVES = range(3)
-RUN_SECONDS = 300
+RUN_SECONDS, END_SECONDS = 300, 2
 HELPERS = "(lib/driver|lib/format|mkfs.fat|mcopy|mmd) "
 
 
@@ -46,7 +45,7 @@ def find(pattern):
 def wrong_after(run, victim, drive, before):
     """What is not as it has to be after the kill, when the screen showed `before`."""
     if victim == "bin/vantrelleplus":
-        wait_until(lambda: not find(HELPERS), HANG_SECONDS, f"the end of all {HELPERS}")
+        wait_until(lambda: not find(HELPERS), END_SECONDS, f"the end of all {HELPERS}")
         return ""
     screen = run.finish(RUN_SECONDS)
     rows, boxes = {f"drive{number}": "DONE" for number in DRIVES}, []
