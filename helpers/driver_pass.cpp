@@ -113,10 +113,14 @@ void Pass::finishWriting()
         lost = readBack.findLostWrites(sampleSectors(), marks_);
     }
     overwriteMarks();
-    if (const int error = target_.flush(); error != 0) {
+    const int error = target_.flush();
+    if (badSectors_ != 0) {
+        return; // tells more
+    }
+    if (error != 0) {
         throw system_failure(plan_.path, "flush", error);
     }
-    if (lost.empty() && badSectors_ == 0) {
+    if (lost.empty()) {
         lost = readBack.findLostWrites(placedMarks_, Marks());
     }
     if (!lost.empty()) {

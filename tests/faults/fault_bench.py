@@ -17,7 +17,7 @@ from processes import Processes
 TABLE = pathlib.Path(__file__).parents[2] / "docs/faults.md"
 ROW = re.compile(r"\| (.*) \| (write|some|flush|gone|read|lie) \|(.*)\|")
 MAX_MARKS = 64  # sectors with neither the old nor the new that an unfinished run may leave
-IN_FLIGHT_SECTORS = 64 * 256
+IN_FLIGHT_SECTORS = 8 * (2 << 20) // 512
 RUN_SECONDS = 3600
 
 
@@ -72,10 +72,11 @@ class Drive:
             wanted = ("w" * end + states[end:end + IN_FLIGHT_SECTORS]).ljust(len(states), "o")
         text = ": flush: Input/output error" if self.kind == "flush" else ""
         if self.kind == "gone" or self.kind == "lie" and "o" in wanted:
-            text = ": "
+            text = f"{self.path}: " + ("" if self.kind == "gone" else "read back: ")
         elif bad:
             reason = os.strerror(getattr(errno, self.settings.get("errno", "EIO")))
-            text = f"{len(bad)} sectors could not be {verb}, first at sector {bad[0]}: {reason}"
+            text = (f"{len(bad)} sectors could not be {verb}, "
+                    f"first at sector {bad[0]} of {self.path}: {reason}")
         if code != int(text != "") or text not in message:
             return f"exit {code}, not {int(text != '')} and '{text}'"
         wrong = [s for s in range(len(wanted)) if states[s:s + 1] != wanted[s]]
