@@ -1,15 +1,22 @@
 #include "helpers/driver_pass.h"
 
+#include "helpers/driver_memory.h"
+#include "helpers/driver_read_back.h"
 #include "helpers/failure.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
 namespace {
 
 constexpr unsigned kAllDone = 100;
+
+// Of 1400 sectors, all but two at random, none lies in a lost hundredth of the drive once in
+// 1.27 million runs: 0.99^1398 = 7.9e-7.
+constexpr std::uint64_t kSamples = 1400;
 
 const char* verb(TargetDevice::Access access)
 {
@@ -23,8 +30,10 @@ const char* participle(TargetDevice::Access access)
 
 } // namespace
 
-Pass::Pass(PassPlan plan, PassTarget& target, ShowPercent showPercent)
-    : plan_(std::move(plan)), target_(target), showPercent_(std::move(showPercent))
+Pass::Pass(const DriverPlan& plan, Marks marks, const DriverMemory& memory, DriveTarget& target,
+           ShowPercent showPercent)
+    : plan_(plan), marks_(std::move(marks)), memory_(memory), target_(target),
+      showPercent_(std::move(showPercent))
 {
 }
 
@@ -32,71 +41,168 @@ void Pass::run()
 {
     // Before the first write, so that a run that nobody listens to ends here.
     showProgress(0);
-    for (std::uint64_t offset = 0; offset < plan_.sizeBytes;) {
-        const std::size_t length = stepLength(offset);
-        runStep(offset, length);
-        offset += length;
-        showProgress(offset);
+    run_requests(
+        target_, [this](std::size_t) { return nextRequest(); },
+        [this](const DriveRequest& request, ssize_t moved) { finishRequest(request, moved); });
+    if (plan_.access == TargetDevice::Access::Write) {
+        finishWriting();
     }
-    finish();
+    checkSize();
+    throwIfAnyBad();
+    showPercent_(kAllDone);
 }
 
-// The trailing part of a sector is a step of its own, as it cannot be direct I/O.
-std::size_t Pass::stepLength(std::uint64_t offset) const
+std::optional<DriveRequest> Pass::nextRequest()
 {
-    const std::uint64_t wholeSectors = plan_.sizeBytes - plan_.sizeBytes % plan_.sectorSizeBytes;
-    const std::uint64_t end = offset < wholeSectors ? wholeSectors : plan_.sizeBytes;
-    return static_cast<std::size_t>(std::min<std::uint64_t>(plan_.stepBytes, end - offset));
-}
-
-void Pass::runStep(std::uint64_t offset, std::size_t length)
-{
+    placeMarks();
+    if (nextOffset_ == plan_.sizeBytes) {
+        return std::nullopt;
+    }
     // Each time: writing would silently make a file that was cut short as long as before.
     checkSize();
-    const ssize_t moved = target_.transfer(offset, length);
-    if (moved >= 0 && static_cast<std::size_t>(moved) == length) {
-        return;
-    }
-    if (moved < 0) {
-        throwIfGone(static_cast<int>(-moved));
-    }
-    for (std::size_t done = 0; done < length; done += plan_.sectorSizeBytes) {
-        runSector(offset + done, std::min<std::size_t>(plan_.sectorSizeBytes, length - done));
-    }
+    const std::uint64_t offset = std::exchange(nextOffset_, requestEnd(nextOffset_));
+    return DriveRequest{plan_.access, offset, static_cast<std::size_t>(nextOffset_ - offset),
+                        memory_.request()};
 }
 
-void Pass::runSector(std::uint64_t offset, std::size_t length)
+// Requests end at multiples of their size also behind a mark, so that they stay aligned to the
+// physical sectors. The trailing part of a sector is one of its own: it cannot be direct I/O.
+std::uint64_t Pass::requestEnd(std::uint64_t offset) const
 {
-    for (std::size_t done = 0; done < length;) {
-        const ssize_t moved = target_.transfer(offset + done, length - done);
-        if (moved <= 0) {
-            passOver(offset, moved < 0 ? static_cast<int>(-moved) : EIO);
-            return;
+    const std::uint64_t wholeSectors = plan_.sectorCount() * plan_.sectorSizeBytes;
+    if (offset == wholeSectors) {
+        return plan_.sizeBytes;
+    }
+    const auto mark = marks_.firstFrom(offset / plan_.sectorSizeBytes);
+    const std::uint64_t end = mark ? *mark * plan_.sectorSizeBytes : wholeSectors;
+    return std::min(end, offset - offset % plan_.requestBytes + plan_.requestBytes);
+}
+
+void Pass::placeMarks()
+{
+    const std::uint64_t length = plan_.sectorSizeBytes;
+    for (; marks_.contains(nextOffset_ / length); nextOffset_ += length) {
+        checkSize();
+        const std::uint64_t sector = nextOffset_ / length;
+        std::ranges::copy(marks_.content(sector), memory_.sector(0));
+        if (isMoved({plan_.access, nextOffset_, length, memory_.sector(0)})) {
+            placedMarks_.push_back(sector);
         }
-        done += static_cast<std::size_t>(moved);
     }
 }
 
-void Pass::finish()
+// Marks never stay where a sector can be written, whatever was found before.
+void Pass::overwriteMarks()
 {
+    const std::uint64_t length = plan_.sectorSizeBytes;
+    for (const std::uint64_t sector : placedMarks_) {
+        static_cast<void>(isMoved({plan_.access, sector * length, length, memory_.request()}));
+    }
+}
+
+void Pass::finishWriting()
+{
+    ReadBack readBack(plan_, memory_, target_);
+    std::string lost;
+    if (target_.flush() == 0 && badSectors_ == 0) {
+        lost = readBack.findLostWrites(sampleSectors(), marks_);
+    }
+    overwriteMarks();
     if (const int error = target_.flush(); error != 0) {
         throw system_failure(plan_.path, "flush", error);
     }
-    checkSize();
+    if (lost.empty() && badSectors_ == 0) {
+        lost = readBack.findLostWrites(placedMarks_, Marks());
+    }
+    if (!lost.empty()) {
+        checkSize(); // says more when it fails
+        throw Failure(lost);
+    }
+}
+
+std::vector<std::uint64_t> Pass::sampleSectors() const
+{
+    std::vector<std::uint64_t> all;
+    std::ranges::set_union(spread_sectors(plan_.sectorCount(), kSamples), marks_.sectors(),
+                           std::back_inserter(all));
+    return all;
+}
+
+void Pass::finishRequest(const DriveRequest& request, ssize_t moved)
+{
+    if (moved < 0) {
+        throwIfGone(static_cast<int>(-moved));
+    }
+    if (moved < static_cast<ssize_t>(request.lengthBytes)) {
+        redoBySteps(request);
+    }
+    showProgress(request.offsetBytes + request.lengthBytes);
+}
+
+void Pass::redoBySteps(const DriveRequest& failed)
+{
+    for (std::size_t done = 0; done < failed.lengthBytes; done += plan_.stepBytes) {
+        DriveRequest step = failed;
+        step.offsetBytes += done;
+        step.lengthBytes = std::min<std::size_t>(plan_.stepBytes, failed.lengthBytes - done);
+        if (transferWhole(step) != 0) {
+            redoBySectors(step);
+        }
+    }
+}
+
+void Pass::redoBySectors(const DriveRequest& failed)
+{
+    for (std::size_t done = 0; done < failed.lengthBytes; done += plan_.sectorSizeBytes) {
+        DriveRequest sector = failed;
+        sector.offsetBytes += done;
+        sector.lengthBytes =
+            std::min<std::size_t>(plan_.sectorSizeBytes, failed.lengthBytes - done);
+        static_cast<void>(isMoved(sector));
+    }
+}
+
+bool Pass::isMoved(const DriveRequest& sector)
+{
+    const int error = transferWhole(sector);
+    if (error != 0) {
+        passOver(sector.offsetBytes, error);
+    }
+    return error == 0;
+}
+
+int Pass::transferWhole(DriveRequest request)
+{
+    while (request.lengthBytes > 0) {
+        const ssize_t moved = target_.transfer(request);
+        if (moved <= 0) {
+            const int error = moved < 0 ? static_cast<int>(-moved) : EIO;
+            throwIfGone(error);
+            return error;
+        }
+        request.offsetBytes += static_cast<std::uint64_t>(moved);
+        request.memory += moved;
+        request.lengthBytes -= static_cast<std::size_t>(moved);
+    }
+    return 0;
+}
+
+void Pass::throwIfAnyBad() const
+{
     if (badSectors_ != 0) {
         throw Failure(std::to_string(badSectors_) + " sectors could not be " +
                       participle(plan_.access) + ", first at sector " +
-                      std::to_string(firstBadSector_) + ": " +
-                      std::system_category().message(firstError_));
+                      std::to_string(firstBadSector_) + " of " + plan_.path + ": " +
+                      std::generic_category().message(firstError_));
     }
-    showPercent_(kAllDone);
 }
 
 void Pass::passOver(std::uint64_t offset, int error)
 {
-    throwIfGone(error);
-    if (badSectors_++ == 0) {
-        firstBadSector_ = offset / plan_.sectorSizeBytes;
+    const std::uint64_t sector = offset / plan_.sectorSizeBytes;
+    // Marks are written ahead of the requests on their way.
+    if (badSectors_++ == 0 || sector < firstBadSector_) {
+        firstBadSector_ = sector;
         firstError_ = error;
     }
 }

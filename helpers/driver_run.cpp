@@ -1,7 +1,10 @@
 #include "helpers/driver_run.h"
 
+#include "helpers/driver_marks.h"
+#include "helpers/driver_memory.h"
 #include "helpers/driver_output.h"
 #include "helpers/driver_pass.h"
+#include "helpers/driver_plan.h"
 #include "helpers/driver_request.h"
 #include "helpers/driver_transfer.h"
 
@@ -13,12 +16,38 @@ namespace {
 // udev locks a device for a moment after it appeared or changed.
 constexpr std::chrono::seconds kBusyWait{2};
 
-// Keeps the whole program below 16 MiB, libraries included, however large the sectors are.
-constexpr std::uint32_t kMaxStepBytes = 4U << 20U;
+// Steps are joined to requests of this size: with eight on their way a loop device over
+// memory took 4.6 GB/s with 256 KiB, 6.7 with 512, 7.6 with 1 MiB, 9.6 with 2 MiB, and the
+// processor time halved. More would only delay the end of a run that is killed, as what is on
+// its way is still written.
+constexpr std::uint32_t kRequestBytes = 2U << 20U;
 
-std::uint32_t step_bytes(std::uint32_t sectorsPerStep, std::uint32_t sectorSizeBytes)
+// Few, as they stay behind in what was written when a run is killed.
+constexpr std::uint64_t kMarks = 64;
+
+DriverPlan make_plan(const TargetDevice& device, const DriverRequest& request)
 {
-    return sectorSizeBytes * std::clamp(kMaxStepBytes / sectorSizeBytes, 1U, sectorsPerStep);
+    const std::uint32_t sectorBytes = device.sectorSizeBytes();
+    const std::uint32_t stepSectors =
+        std::clamp(kRequestBytes / sectorBytes, 1U, request.sectorsPerStep);
+    const std::uint32_t stepBytes = stepSectors * sectorBytes;
+    return {
+        .path = device.path(),
+        .access = request.access,
+        .sizeBytes = device.sizeBytes(),
+        .sectorSizeBytes = sectorBytes,
+        .stepBytes = stepBytes,
+        .requestBytes = std::max(kRequestBytes / stepBytes, 1U) * stepBytes,
+    };
+}
+
+Marks make_marks(const DriverPlan& plan)
+{
+    if (plan.access == TargetDevice::Access::Read) {
+        return {};
+    }
+    const std::uint64_t count = std::min(kMarks, plan.sectorCount() / kMarks + 1);
+    return {spread_sectors(plan.sectorCount(), count), plan.sectorSizeBytes};
 }
 
 void show_percent(unsigned percent)
@@ -31,13 +60,8 @@ void show_percent(unsigned percent)
 void run_driver(const DriverRequest& request)
 {
     const TargetDevice device(request.devicePath, request.access, kBusyWait);
-    const PassPlan plan{
-        .path = device.path(),
-        .access = request.access,
-        .sizeBytes = device.sizeBytes(),
-        .sectorSizeBytes = device.sectorSizeBytes(),
-        .stepBytes = step_bytes(request.sectorsPerStep, device.sectorSizeBytes()),
-    };
-    DeviceTransfer transfer(device, plan, request.pattern);
-    Pass(plan, transfer, show_percent).run();
+    const DriverPlan plan = make_plan(device, request);
+    const DriverMemory memory(plan, request.pattern);
+    DeviceTransfer target(device, memory.whole());
+    Pass(plan, make_marks(plan), memory, target, show_percent).run();
 }

@@ -1,33 +1,50 @@
 #pragma once
 
-#include "helpers/driver_pass.h"
+#include "helpers/driver_ring.h"
+#include "helpers/driver_target.h"
 
+#include <deque>
 #include <memory>
+#include <optional>
+#include <span>
 
-/// Writes to or reads from an open device, with one buffer that holds one step.
+/// Writes to and reads from an open device.
 ///
-/// Direct I/O (open(2), O_DIRECT) as long as the file system and the alignment allow it;
-/// from the first refusal on buffered I/O, flushed and dropped from the page cache at
-/// regular intervals, so that a large drive does not push everything else out of memory.
-class DeviceTransfer : public PassTarget {
+/// Direct I/O (open(2), O_DIRECT), through a ring where that gains something, as long as
+/// the kernel, the file system and the alignment allow it; from the first refusal on
+/// buffered I/O, flushed and dropped from the page cache at regular intervals, so that a
+/// large drive does not push everything else out of memory.
+class DeviceTransfer : public DriveTarget {
 public:
-    /// Fills the buffer with `pattern` when the plan is to write. `device` must outlive this.
-    DeviceTransfer(const TargetDevice& device, const PassPlan& plan, const std::string& pattern);
+    /// All requests' memory must lie in `memory`. It and `device` must outlive this.
+    DeviceTransfer(const TargetDevice& device, std::span<char> memory);
 
-    [[nodiscard]] ssize_t transfer(std::uint64_t offsetBytes, std::size_t lengthBytes) override;
+    void start(const DriveRequest& request) override;
+    [[nodiscard]] ssize_t finishOldest() override;
+    [[nodiscard]] ssize_t transfer(const DriveRequest& request) override;
     [[nodiscard]] int flush() override;
     [[nodiscard]] std::uint64_t currentSizeBytes() const override;
 
 private:
-    [[nodiscard]] ssize_t transferOnce(std::uint64_t offset, std::size_t length);
+    /// A request without a result is in the ring.
+    struct Started {
+        DriveRequest request;
+        std::optional<ssize_t> result;
+    };
+
+    [[nodiscard]] bool startInRing(const DriveRequest& request);
+    [[nodiscard]] ssize_t transferOnce(const DriveRequest& request);
     [[nodiscard]] bool setDirect(bool direct) const;
     void useBuffered();
     void trimPageCache(std::size_t movedBytes);
+    void dropPageCache() const;
 
     const TargetDevice& device_;
-    bool isWriting_;
     bool isDirect_;
-    std::unique_ptr<char, void (*)(void*)> buffer_;
+    std::unique_ptr<RequestRing> ring_;
+    bool isRingInUse_;
+    std::deque<Started> started_;
     std::size_t cachedBytes_ = 0;
+    bool isWritten_ = false;
     int flushError_ = 0;
 };

@@ -1,0 +1,27 @@
+#include "helpers/driver_target.h"
+
+#include <deque>
+
+void run_requests(DriveTarget& target, const NextRequest& next, const FinishRequest& finish)
+{
+    std::deque<DriveRequest> onTheirWay;
+    const auto finishOldest = [&] {
+        const DriveRequest oldest = onTheirWay.front();
+        onTheirWay.pop_front();
+        finish(oldest, target.finishOldest());
+    };
+    for (std::size_t slot = 0;; slot = (slot + 1) % DriveTarget::kDepth) {
+        if (onTheirWay.size() == DriveTarget::kDepth) {
+            finishOldest();
+        }
+        const std::optional<DriveRequest> request = next(slot);
+        if (!request) {
+            break;
+        }
+        target.start(*request);
+        onTheirWay.push_back(*request);
+    }
+    while (!onTheirWay.empty()) {
+        finishOldest();
+    }
+}

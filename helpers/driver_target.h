@@ -1,0 +1,61 @@
+#pragma once
+
+#include "helpers/target_device.h"
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+/// One read or write of consecutive bytes of a drive.
+struct DriveRequest {
+    TargetDevice::Access access = TargetDevice::Access::Read;
+    std::uint64_t offsetBytes = 0;
+    std::size_t lengthBytes = 0;
+    char* memory = nullptr; ///< Of that length; a part of the run's DriverMemory.
+};
+
+/// The drive as a pass sees it: requests, and no descriptor.
+///
+/// Results are the number of bytes, which can be less than asked for as with pwrite(2) and
+/// pread(2), or the negated errno value.
+class DriveTarget {
+public:
+    DriveTarget() = default;
+    virtual ~DriveTarget() = default;
+    DriveTarget(const DriveTarget&) = delete;
+    DriveTarget& operator=(const DriveTarget&) = delete;
+
+    /// Requests that may be on their way at once. Measured with requests of 2 MiB on a loop
+    /// device over memory, two cores: 2 gave 7.5 GB/s, 4 gave 6.6, 8 gave 9.6, 16 gave 7.2,
+    /// 32 gave 7.9; with requests of 256 KiB none came above 7.
+    static constexpr std::size_t kDepth = 8;
+
+    /// Puts one request on its way; its memory must stay until it is finished.
+    virtual void start(const DriveRequest& request) = 0;
+
+    /// Waits for the one that was started first, and gives its result.
+    [[nodiscard]] virtual ssize_t finishOldest() = 0;
+
+    /// Does one request and waits for it, whatever else is on its way.
+    [[nodiscard]] virtual ssize_t transfer(const DriveRequest& request) = 0;
+
+    /// Brings what was written to the medium. Gives 0, or the errno value when anything
+    /// written since the start may not have reached it.
+    [[nodiscard]] virtual int flush() = 0;
+
+    /// The size as it is now; 0 when the drive has gone.
+    [[nodiscard]] virtual std::uint64_t currentSizeBytes() const = 0;
+};
+
+/// Gives the next request, or none at the end. `slot`, below DriveTarget::kDepth, is not that
+/// of any request on its way.
+using NextRequest = std::function<std::optional<DriveRequest>(std::size_t slot)>;
+
+/// Takes a request's result, in the order of the requests.
+using FinishRequest = std::function<void(const DriveRequest& request, ssize_t result)>;
+
+/// Does all requests, several on their way at once.
+void run_requests(DriveTarget& target, const NextRequest& next, const FinishRequest& finish);
