@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -54,7 +56,8 @@ struct PartitionPlace {
 
 /// A whole drive, or a partition when `place` is there.
 struct DeviceRecord {
-    std::string deviceFile; ///< Absolute path; what identifies the device.
+    std::string deviceFile;           ///< Absolute path; what identifies the device.
+    std::optional<dev_t> blockDevice; ///< The kernel's number; an image has none.
     std::uint64_t sizeBytes = 0;
     std::uint32_t blockSizeBytes = 0;
     bool isOpticalDisc = false;

@@ -97,8 +97,8 @@ void announce_changes(const QDBusConnection& bus, const QMap<QString, DeviceReco
 
 } // namespace
 
-DiskService::DiskService(DeviceSource source)
-    : source_(std::move(source)), snapshot_(takeSnapshot())
+DiskService::DiskService(DeviceSource source, const std::string& root)
+    : source_(std::move(source)), root_(root), mounter_(root), snapshot_(takeSnapshot())
 {
 }
 
@@ -134,10 +134,16 @@ bool DiskService::handleMessage(const QDBusMessage& call, const QDBusConnection&
     return true;
 }
 
+void DiskService::refresh(const QDBusConnection& bus)
+{
+    const Snapshot before = std::exchange(snapshot_, takeSnapshot());
+    announce_changes(bus, before, snapshot_);
+}
+
 DiskService::Snapshot DiskService::takeSnapshot() const
 {
     Snapshot snapshot;
-    const MountTable mountTable;
+    const MountTable mountTable(root_);
     for (DeviceRecord& device : source_()) {
         device.mountPaths = mountTable.pathsOf(device);
         snapshot.insert(object_path(device.deviceFile), device);
@@ -223,8 +229,7 @@ QDBusMessage DiskService::enumerateDevices(const QDBusMessage& call, const QDBus
     if (!call.signature().isEmpty()) {
         return wrong_arguments(call);
     }
-    const Snapshot before = std::exchange(snapshot_, takeSnapshot());
-    announce_changes(bus, before, snapshot_);
+    refresh(bus);
     QList<QDBusObjectPath> paths;
     for (const QString& path : snapshot_.keys()) {
         paths += QDBusObjectPath(path);
@@ -242,7 +247,7 @@ QDBusMessage DiskService::answerDevice(const QDBusMessage& call, const QDBusConn
     const QDBusMessage reply = mountOrUnmount(call);
     // Also after a failure, whose reason may be a mount that another program made.
     DeviceRecord& device = snapshot_[call.path()];
-    std::vector<std::string> paths = MountTable().pathsOf(device);
+    std::vector<std::string> paths = MountTable(root_).pathsOf(device);
     if (std::exchange(device.mountPaths, paths) != paths) {
         announce(bus, "DeviceChanged", call.path());
     }

@@ -12,9 +12,9 @@
 /// The objects of the service, answered from one snapshot of the devices: the service's own
 /// object, the folder of the devices and, below it, every device.
 ///
-/// A snapshot is taken at the start and by each call of EnumerateDevices, and at no other
-/// time: what a client learns about the devices stays as it is while it asks for them one
-/// after the other. Only where a device is mounted is looked up again after each call that
+/// A snapshot is taken at the start, by each call of EnumerateDevices and by refresh(), and at
+/// no other time: what a client learns about the devices stays as it is while it asks for them
+/// one after the other. Only where a device is mounted is looked up again after each call that
 /// mounts or unmounts it. What changes is also sent as signals.
 class DiskService : public QDBusVirtualObject {
     Q_OBJECT
@@ -25,10 +25,14 @@ public:
     static const QString kBusName;
     static const QString kPath;
 
-    explicit DiskService(DeviceSource source);
+    /// The root is the source's, for where devices are mounted.
+    DiskService(DeviceSource source, const std::string& root);
 
     [[nodiscard]] QString introspect(const QString& path) const override;
     bool handleMessage(const QDBusMessage& call, const QDBusConnection& bus) override;
+
+    /// Takes a snapshot and tells on the bus what has changed.
+    void refresh(const QDBusConnection& bus);
 
 signals:
     /// The connection to the bus has ended.
@@ -50,6 +54,7 @@ private:
     [[nodiscard]] QDBusMessage mountOrUnmount(const QDBusMessage& call);
 
     DeviceSource source_;
+    std::string root_;
     Mounter mounter_;
     Snapshot snapshot_;
 };

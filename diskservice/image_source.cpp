@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <iostream>
 #include <iterator>
 #include <system_error>
 #include <utility>
@@ -70,16 +69,11 @@ ImageRange image_range(const DeviceRecord& device)
 
 std::vector<DeviceRecord> ImageSource::operator()()
 {
-    const std::set<std::string> reported = std::exchange(problems_, {});
     std::vector<DeviceRecord> devices;
     for (const ImageOption& image : images_) {
         std::ranges::move(devicesOf(image), std::back_inserter(devices));
     }
-    for (const std::string& problem : problems_) {
-        if (!reported.contains(problem)) {
-            std::cerr << "diskservice: " << problem << std::endl;
-        }
-    }
+    notices_.tell();
     return devices;
 }
 
@@ -102,9 +96,9 @@ std::vector<DeviceRecord> ImageSource::devicesOf(const ImageOption& image)
         return known->second.devices;
     }
 
-    const std::size_t problemsBefore = problems_.size();
+    const std::size_t problemsBefore = notices_.count();
     std::vector<DeviceRecord> devices = readDevices(image, status);
-    if (problems_.size() == problemsBefore && is_settled(status)) {
+    if (notices_.count() == problemsBefore && is_settled(status)) {
         remembered_[image.path] = {stamp, devices};
     }
     return devices;
@@ -175,5 +169,5 @@ Content ImageSource::contentOf(const std::string& deviceFile, const ProbeRange& 
 
 void ImageSource::note(const std::string& deviceFile, const std::string& problem)
 {
-    problems_.insert(deviceFile + ": " + problem);
+    notices_.add(deviceFile + ": " + problem);
 }

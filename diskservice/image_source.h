@@ -2,6 +2,7 @@
 
 #include "diskservice/content_probe.h"
 #include "diskservice/device_record.h"
+#include "diskservice/notices.h"
 #include "diskservice/options.h"
 
 #include <sys/stat.h>
@@ -10,7 +11,6 @@
 #include <cstdint>
 #include <ctime>
 #include <map>
-#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -59,5 +59,5 @@ private:
 
     std::vector<ImageOption> images_;
     std::map<std::string, Remembered> remembered_; ///< By the image's path.
-    std::set<std::string> problems_;               ///< Met in the latest look at the images.
+    Notices notices_;
 };

@@ -1,3 +1,5 @@
+#include "diskservice/block_device_source.h"
+#include "diskservice/device_monitor.h"
 #include "diskservice/disk_service.h"
 #include "diskservice/image_source.h"
 #include "diskservice/options.h"
@@ -13,6 +15,7 @@
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -65,7 +68,15 @@ QString acquire_name(const QDBusConnection& bus)
     return {};
 }
 
-ExitCode serve(const std::vector<ImageOption>& images, int argc, char** argv)
+DeviceSource make_source(const Options& options)
+{
+    if (options.images.empty()) {
+        return BlockDeviceSource(options.root);
+    }
+    return ImageSource(options.images);
+}
+
+ExitCode serve(const Options& options, int argc, char** argv)
 {
     const int endDescriptor = end_signals();
     if (endDescriptor < 0) {
@@ -77,7 +88,16 @@ ExitCode serve(const std::vector<ImageOption>& images, int argc, char** argv)
         return fail("system bus: connect: " + bus.lastError().message());
     }
 
-    DiskService service{ImageSource(images)};
+    // Listened to before the first look, so that no device comes unseen in between.
+    std::unique_ptr<DeviceMonitor> monitor;
+    if (options.images.empty() && options.root.empty()) {
+        monitor = std::make_unique<DeviceMonitor>();
+    }
+    DiskService service(make_source(options), options.root);
+    if (monitor) {
+        QObject::connect(monitor.get(), &DeviceMonitor::changed, &service,
+                         [&service, bus] { service.refresh(bus); });
+    }
     const QSocketNotifier endNotifier(endDescriptor, QSocketNotifier::Read);
     QObject::connect(&endNotifier, &QSocketNotifier::activated, &application,
                      [] { QCoreApplication::exit(static_cast<int>(ExitCode::Success)); });
@@ -93,7 +113,10 @@ ExitCode serve(const std::vector<ImageOption>& images, int argc, char** argv)
     if (const QString problem = acquire_name(bus); !problem.isEmpty()) {
         return fail(problem);
     }
-    return static_cast<ExitCode>(QCoreApplication::exec());
+    const int exitCode = QCoreApplication::exec();
+    // A drive that hangs can keep this process from ending; the name is free all the same.
+    bus.interface()->unregisterService(DiskService::kBusName);
+    return static_cast<ExitCode>(exitCode);
 }
 
 ExitCode run(const Options& options, int argc, char** argv)
@@ -106,7 +129,7 @@ ExitCode run(const Options& options, int argc, char** argv)
     case Options::Action::Serve:
         break;
     }
-    return serve(options.images, argc, argv);
+    return serve(options, argc, argv);
 }
 
 } // namespace

@@ -1,21 +1,18 @@
 #include "diskservice/mount_table.h"
 
 #include "diskservice/image_source.h"
+#include "diskservice/sysfs.h"
 
 #include <libmount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 #include <filesystem>
-#include <fstream>
 #include <memory>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-// sysfs tells the start of a partition in units of this size, whatever its sectors are.
-constexpr std::uint64_t kStartUnitBytes = 512;
 
 // Some file systems (btrfs) show a device number of their own: then the name tells.
 dev_t device_number(libmnt_fs* mount)
@@ -29,43 +26,31 @@ dev_t device_number(libmnt_fs* mount)
     return number;
 }
 
-std::string first_line(const fs::path& path)
+bool is_mount_of(const std::string& backingFile, const std::string& image)
 {
-    std::string line;
-    std::ifstream file(path);
-    std::getline(file, line);
-    return line;
-}
-
-std::uint64_t number_in(const fs::path& path)
-{
-    std::uint64_t number = 0;
-    std::ifstream file(path);
-    file >> number;
-    return number;
+    std::error_code ignored;
+    return !backingFile.empty() && fs::equivalent(backingFile, image, ignored);
 }
 
 } // namespace
 
-MountTable::MountTable()
+MountTable::MountTable(const std::string& root)
 {
     const std::unique_ptr<libmnt_table, decltype(&mnt_unref_table)> table(
-        mnt_new_table_from_file("/proc/self/mountinfo"), mnt_unref_table);
+        mnt_new_table_from_file((root + "/proc/self/mountinfo").c_str()), mnt_unref_table);
     const std::unique_ptr<libmnt_iter, decltype(&mnt_free_iter)> iterator(
         mnt_new_iter(MNT_ITER_FORWARD), mnt_free_iter);
     libmnt_fs* mount = nullptr;
     while (table && mnt_table_next_fs(table.get(), iterator.get(), &mount) == 0) {
         const dev_t number = device_number(mount);
-        const fs::path device =
-            "/sys/dev/block/" + std::to_string(major(number)) + ':' + std::to_string(minor(number));
+        const fs::path device = root + "/sys/dev/block/" + std::to_string(major(number)) + ':' +
+                                std::to_string(minor(number));
         std::error_code ignored;
         const bool isPartition = fs::exists(device / "partition", ignored);
         const fs::path loop = (isPartition ? device / ".." : device) / "loop";
-        if (const std::string file = first_line(loop / "backing_file"); !file.empty()) {
-            const std::uint64_t start = isPartition ? number_in(device / "start") : 0;
-            mounts_.push_back({mnt_fs_get_target(mount), file,
-                               number_in(loop / "offset") + start * kStartUnitBytes});
-        }
+        const std::uint64_t start = isPartition ? number_in(device / "start") : 0;
+        mounts_.push_back({mnt_fs_get_target(mount), number, first_line(loop / "backing_file"),
+                           number_in(loop / "offset") + start * kSysfsUnitBytes});
     }
 }
 
@@ -74,9 +59,9 @@ std::vector<std::string> MountTable::pathsOf(const DeviceRecord& device) const
     const ImageRange range = image_range(device);
     std::vector<std::string> paths;
     for (const Mount& mount : mounts_) {
-        std::error_code ignored;
-        if (mount.offsetBytes == range.offsetBytes &&
-            fs::equivalent(mount.backingFile, range.path, ignored)) {
+        if (device.blockDevice ? mount.number == *device.blockDevice
+                               : mount.offsetBytes == range.offsetBytes &&
+                                     is_mount_of(mount.backingFile, range.path)) {
             paths.push_back(mount.path);
         }
     }

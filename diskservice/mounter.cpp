@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <system_error>
 
 namespace {
@@ -25,11 +26,11 @@ const QString kFailed = QStringLiteral("Failed");
 const QString kPermissionDenied = QStringLiteral("PermissionDenied");
 const QString kNoDriver = QStringLiteral("FilesystemDriverMissing");
 
-// No other type reaches the kernel, whatever an image claims to hold.
+// No other type reaches the kernel, whatever a device claims to hold.
 const QStringList kKnownTypes{"vfat", "exfat", "ntfs",    "ext2", "ext3", "ext4",   "btrfs",
                               "xfs",  "f2fs",  "iso9660", "udf",  "hfs",  "hfsplus"};
 
-// None of them gives a file on the image a power that it does not have without.
+// None of them gives a file on the device a power that it does not have without.
 const QStringList kSafeOptions{"ro",   "rw",      "noexec",  "nosuid",     "nodev",
                                "sync", "dirsync", "noatime", "nodiratime", "relatime"};
 const QStringList kForcedOptions{"nosuid", "nodev"};
@@ -87,19 +88,24 @@ void check_options(const QStringList& options, const QStringList& known)
     }
 }
 
-Descriptor open_image(const DeviceRecord& device, bool isReadOnly)
+// A block device is only read here: its file system is for the kernel to write.
+Descriptor open_device(const std::string& path, const DeviceRecord& device, bool isReadOnly)
 {
-    const std::string path = image_range(device).path;
-    Descriptor image(
-        ::open(path.c_str(), (isReadOnly ? O_RDONLY : O_RDWR) | O_NONBLOCK | O_CLOEXEC));
-    if (image.get() < 0) {
+    const int mode = device.blockDevice || isReadOnly ? O_RDONLY : O_RDWR;
+    Descriptor descriptor(::open(path.c_str(), mode | O_NONBLOCK | O_CLOEXEC));
+    if (descriptor.get() < 0) {
         throw std::system_error(errno, std::generic_category(), "open " + path);
     }
     struct stat status = {};
-    if (::fstat(image.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    const bool isKnown = ::fstat(descriptor.get(), &status) == 0;
+    if (device.blockDevice) {
+        if (!isKnown || !S_ISBLK(status.st_mode) || status.st_rdev != *device.blockDevice) {
+            throw MountFailure(kFailed, path + ": not the device that was listed; look again");
+        }
+    } else if (!isKnown || !S_ISREG(status.st_mode)) {
         throw MountFailure(kFailed, path + ": not a regular file");
     }
-    return image;
+    return descriptor;
 }
 
 // The kernel's name of the type to mount as.
@@ -153,27 +159,29 @@ std::string make_directory(const QString& name)
     throw MountFailure(kFailed, "too many directories have its name below /media");
 }
 
-void mount_loop_device(const LoopDevice& loop, const std::string& directory,
-                       const std::string& type, const QStringList& options)
+void mount_block_device(const std::string& source, const std::string& directory,
+                        const std::string& type, const QStringList& options)
 {
     const Context context = make_context(directory);
     const std::string allOptions = (options + kForcedOptions).join(',').toStdString();
-    const bool isReady = mnt_context_set_source(context.get(), loop.path.c_str()) == 0 &&
+    const bool isReady = mnt_context_set_source(context.get(), source.c_str()) == 0 &&
                          mnt_context_set_fstype(context.get(), type.c_str()) == 0 &&
                          mnt_context_set_options(context.get(), allOptions.c_str()) == 0;
     check_outcome(context, isReady ? mnt_context_mount(context.get()) : -ENOMEM,
                   "mount as " + type);
 }
 
-std::string mount_image(const DeviceRecord& device, const QString& askedType,
-                        const QStringList& options)
+std::string mount_device(const std::string& root, const DeviceRecord& device,
+                         const QString& askedType, const QStringList& options)
 {
     if (device.sizeBytes == 0) {
         throw MountFailure(kFailed, "there is no medium in it");
     }
     const bool isReadOnly = device.isReadOnly || options.contains("ro");
-    const Descriptor image = open_image(device, isReadOnly);
-    const ProbeRange range{image.get(), image_range(device).offsetBytes, device.sizeBytes,
+    const ImageRange place =
+        device.blockDevice ? ImageRange{root + device.deviceFile, 0} : image_range(device);
+    const Descriptor opened = open_device(place.path, device, isReadOnly);
+    const ProbeRange range{opened.get(), place.offsetBytes, device.sizeBytes,
                            device.blockSizeBytes};
     const Content content = probe_content(range);
     const std::string type = chosen_type(askedType, content);
@@ -181,11 +189,14 @@ std::string mount_image(const DeviceRecord& device, const QString& askedType,
         throw MountFailure(kPermissionDenied,
                            "mounting needs root: start the disk service as root");
     }
-    const LoopDevice loop = attach_loop_device(range, isReadOnly);
+    std::optional<LoopDevice> loop;
+    if (!device.blockDevice) {
+        loop.emplace(attach_loop_device(range, isReadOnly));
+    }
     std::string directory = make_directory(directory_name(content));
     try {
-        mount_loop_device(loop, directory, type,
-                          isReadOnly ? options + QStringList("ro") : options);
+        mount_block_device(loop ? loop->path : place.path, directory, type,
+                           isReadOnly ? options + QStringList("ro") : options);
     } catch (const MountFailure&) {
         ::rmdir(directory.c_str());
         throw;
@@ -214,10 +225,10 @@ std::string Mounter::mount(const DeviceRecord& device, const QString& type,
 {
     try {
         check_options(options, kSafeOptions);
-        if (const auto paths = MountTable().pathsOf(device); !paths.empty()) {
+        if (const auto paths = MountTable(root_).pathsOf(device); !paths.empty()) {
             throw MountFailure(kFailed, "already mounted at " + paths.front());
         }
-        return *directories_.insert(mount_image(device, type, options)).first;
+        return *directories_.insert(mount_device(root_, device, type, options)).first;
     } catch (const std::system_error& error) {
         throw MountFailure(error_name(error.code().value()), error.what());
     } catch (const ProbeFailure& failure) {
@@ -228,7 +239,7 @@ std::string Mounter::mount(const DeviceRecord& device, const QString& type,
 void Mounter::unmount(const DeviceRecord& device, const QStringList& options)
 {
     check_options(options, {});
-    const std::vector<std::string> paths = MountTable().pathsOf(device);
+    const std::vector<std::string> paths = MountTable(root_).pathsOf(device);
     if (paths.empty()) {
         throw MountFailure(kFailed, "not mounted");
     }

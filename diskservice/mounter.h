@@ -8,6 +8,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 /// Why a file system was not mounted or unmounted.
 class MountFailure : public std::runtime_error {
@@ -23,12 +24,13 @@ private:
     QString name_;
 };
 
-/// Mounts file systems in image files below /media. What it has mounted itself it unmounts
-/// when it goes; what is in use then vanishes from the directory tree at once and from the
-/// loop device when it is no longer open.
+/// Mounts file systems of block devices and in image files below /media. What it has mounted
+/// itself it unmounts when it goes; what is in use then vanishes from the directory tree at
+/// once and leaves the device when it is no longer open.
 class Mounter {
 public:
-    Mounter() = default;
+    /// The root stands before the device files and /proc, as for the devices' source.
+    explicit Mounter(std::string root) : root_(std::move(root)) {}
     ~Mounter();
     Mounter(const Mounter&) = delete;
     Mounter& operator=(const Mounter&) = delete;
@@ -43,5 +45,6 @@ public:
     void unmount(const DeviceRecord& device, const QStringList& options);
 
 private:
+    std::string root_;
     std::set<std::string> directories_; ///< Made by mount() and still mounted on.
 };

@@ -4,20 +4,21 @@
 #include <string_view>
 
 const char* const kHelpText =
-    R"(Usage: diskservice --image FILE[,model=TEXT][,serial=TEXT][,sector-size=512|4096][,optical]...
-Lists drives and their partitions on the system message bus, as org.freedesktop.UDisks,
-and mounts their file systems below /media when a client asks it to.
+    R"(Usage: diskservice [--image FILE[,model=TEXT][,serial=TEXT][,sector-size=512|4096][,optical]]...
+Lists the computer's drives and their partitions on the system message bus, as org.freedesktop.UDisks,
+and mounts their file systems below /media when a client asks it to. With --image it lists
+image files instead, and no other device is looked at.
 
   --image FILE[,...]  serve the image file as a drive; may be given several times
       model=TEXT        the drive's model
       serial=TEXT       the drive's serial number
       sector-size=SIZE  bytes in a logical sector, 512 (default) or 4096
       optical           the drive is an optical disc
+  --root DIR          look at DIR/sys, DIR/proc and DIR/dev in place of this computer's
   --help              show this text
   --version           show the version
 
 A comma ends FILE and TEXT; a backslash takes the next character as it is ("\,", "\\").
-No device other than the given images is looked at.
 DBUS_SYSTEM_BUS_ADDRESS chooses another bus than the system's.
 )";
 
@@ -113,28 +114,34 @@ std::string partition_stem(const std::string& image)
 
 Options parse_options(const std::vector<std::string>& arguments)
 {
-    static const std::string kImageWithValue = "--image=";
     Options options;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& argument = arguments[i];
-        if (argument == "--help") {
-            return {Options::Action::ShowHelp, {}};
+        const std::size_t equals = arguments[i].find('=');
+        const std::string name = arguments[i].substr(0, equals);
+        if (arguments[i] == "--help") {
+            return {Options::Action::ShowHelp, {}, {}};
         }
-        if (argument == "--version") {
-            return {Options::Action::ShowVersion, {}};
+        if (arguments[i] == "--version") {
+            return {Options::Action::ShowVersion, {}, {}};
         }
-        if (argument == "--image" && i + 1 < arguments.size()) {
-            options.images.push_back(parse_image(arguments[++i]));
-        } else if (argument.starts_with(kImageWithValue)) {
-            options.images.push_back(parse_image(argument.substr(kImageWithValue.size())));
-        } else if (argument == "--image") {
-            throw UsageError("--image: no file is named");
+        if (name != "--image" && name != "--root") {
+            throw UsageError("unknown option: " + arguments[i]);
+        }
+        if (equals == std::string::npos && i + 1 == arguments.size()) {
+            throw UsageError(name + ": nothing follows it");
+        }
+        const std::string value =
+            equals == std::string::npos ? arguments[++i] : arguments[i].substr(equals + 1);
+        if (name == "--image") {
+            options.images.push_back(parse_image(value));
+        } else if (std::filesystem::is_directory(value)) {
+            options.root = std::filesystem::canonical(value).string();
         } else {
-            throw UsageError("unknown option: " + argument);
+            throw UsageError("--root: no directory: " + value);
         }
     }
-    if (options.images.empty()) {
-        throw UsageError("no source of devices is given: name image files with --image");
+    if (!options.root.empty() && !options.images.empty()) {
+        throw UsageError("--root: has no meaning with --image");
     }
     refuse_clashes(options.images);
     return options;

@@ -24,6 +24,7 @@ struct Options {
 
     Action action = Action::Serve;
     std::vector<ImageOption> images; ///< No two can yield the same device file.
+    std::string root;                ///< Stands before /sys, /proc and /dev; may be empty.
 };
 
 /// A command line that makes no sense; the message names the argument.

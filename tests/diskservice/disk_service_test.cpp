@@ -210,7 +210,7 @@ private slots:
     {
         QTest::addColumn<QStringList>("arguments");
         QTest::newRow("unknown option: --frob") << QStringList{"--frob"};
-        QTest::newRow("no source of devices is given") << QStringList();
+        QTest::newRow("--root: no directory: /dev/null") << QStringList{"--root=/dev/null"};
         QTest::newRow("neither 512 nor 4096: 1") << QStringList{"--image=a,sector-size=1"};
         QTest::newRow("nothing follows the last backslash") << QStringList{"--image=a\\"};
         QTest::newRow("a2: cannot be told from ") << QStringList{"--image=a", "--image=a2"};

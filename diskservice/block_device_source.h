@@ -1,0 +1,31 @@
+#pragma once
+
+#include "diskservice/device_record.h"
+#include "diskservice/drive_prober.h"
+#include "diskservice/notices.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+/// The source of devices that are the machine's own drives and their partitions. The drives
+/// that the running system came from, and the medium that its command line names, are left
+/// out and not opened; so is what is no drive. Each is told on standard error, and so is a
+/// drive that does not answer, which is listed as the kernel describes it.
+class BlockDeviceSource {
+public:
+    /// The root stands before /sys, /proc and /dev, for tests; empty is the machine itself.
+    explicit BlockDeviceSource(std::string root) : root_(std::move(root)) {}
+
+    /// All devices as they are now.
+    std::vector<DeviceRecord> operator()();
+
+private:
+    std::vector<DeviceRecord> lookAtAll();
+    std::vector<ProbeRequest> listDrives(const std::string& medium);
+    void leaveOut(const std::string& deviceFile, const std::string& reason);
+
+    std::string root_;
+    DriveProber prober_;
+    Notices notices_;
+};
