@@ -115,7 +115,8 @@ ProbeRequest request_for(const std::string& root, const KernelDevice& drive,
     request.root = root;
     request.isOptical = drive.name().starts_with("sr");
     request.isFloppy = drive.name().starts_with("fd");
-    request.stamp = stamp_of(drive);
+    // To open a floppy drive counts as a change of its disk.
+    request.stamp = request.isFloppy ? "floppy" : stamp_of(drive);
     request.drive = record_of(drive);
     DeviceRecord& record = request.drive;
     record.blockSizeBytes =

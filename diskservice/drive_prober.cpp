@@ -152,6 +152,7 @@ DriveProber::probe(const std::vector<ProbeRequest>& requests)
     });
 
     std::vector<std::shared_ptr<const DriveFindings>> findings;
+    findings.reserve(requests.size());
     for (const ProbeRequest& request : requests) {
         findings.push_back(jobs_[request.drive.deviceFile]->findings);
     }

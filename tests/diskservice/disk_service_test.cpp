@@ -2,12 +2,14 @@
 
 #include <QDBusMessage>
 #include <QDBusObjectPath>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -43,6 +45,20 @@ bool relabel(const QString& path, int offset, const QByteArray& label)
     const QString place = "seek=" + QString::number(offset + 1024 + 120); // ext4(5)
     return run("dd", {"conv=notrunc", "bs=1", place, "of=" + path}, label);
 }
+
+// What the made-up computer's devices are to show, in one line each.
+const QStringList kShown{"DeviceFile",  "DeviceSize",      "DeviceBlockSize", "DriveModel",
+                         "DriveSerial", "PartitionOffset", "DeviceMountPaths"};
+const QStringList kDevices{"/dev/cciss/c0d0|4608000|512||77|0|",
+                           "/dev/fd0|0|512|||0|",
+                           "/dev/mmcblk0|4608000|512|CARD||0|",
+                           "/dev/nvme0n1|2560000000000|512|Fast one|NV 1|0|",
+                           "/dev/nvme0n1p1|8388608|512|||1048576|/mnt/old one",
+                           "/dev/sdf|0|512|||0|",
+                           "/dev/sdg|6320640|512|Hangs on open||0|",
+                           "/dev/sr0|4608000|512|DVD \"q\" %2 \\xzz|S_1|0|",
+                           "/dev/vda|4608000|4096||V1|0|"};
+const QByteArray kLeftOut = "sda sdb sdc sdd sde dm-0 loop0 nbd0 mmcblk0boot0 nvme0c0n1 mtdblock0";
 
 // Takes this program and what it starts to mounts of their own, with an empty /media.
 bool has_own_mounts()
@@ -321,6 +337,51 @@ private slots:
         QVERIFY(ServiceProcess::waitForName(connection_, kName));
         bus_.stop();
         QCOMPARE(service_.exitCode(), 1);
+    }
+
+    void computersDrivesAreListedAndNothingElse()
+    {
+        QCOMPARE(QProcess::execute(FOLDER "/made-up-drives", {file("computer")}), 0);
+        QVERIFY(bus_.start(::geteuid() == 0 ? "--config-file=" FOLDER "/bus.conf" : "--session"));
+        connection_ = QDBusConnection::connectToBus(bus_.address(), "computer");
+        service_.start(bus_, DISKSERVICE, {"--root", file("computer")});
+        QVERIFY(ServiceProcess::waitForName(connection_, kName));
+        const auto start = QDateTime::currentDateTime();
+        const QVariant all = call(kPath, kEnumerate).arguments().value(0);
+        const qint64 tookMs = start.msecsTo(QDateTime::currentDateTime());
+        QVERIFY2(tookMs < 2000, qPrintable(QString("it took %1 ms").arg(tookMs)));
+        QStringList names;
+        for (const auto& path : qdbus_cast<QList<QDBusObjectPath>>(all)) {
+            names += path.path().section('/', -1);
+        }
+        QCOMPARE(names.filter("sdz").size(), 520);
+        names.erase(names.begin() + 7, names.begin() + 527);
+        for (QString& name : names) {
+            QStringList shown;
+            for (const QString& property : kShown) {
+                shown += value(name, property).toString();
+            }
+            name = shown.join('|');
+        }
+        QCOMPARE(names, kDevices);
+        QVERIFY(service_.says("/dev/sdg: does not answer"));
+        for (const QByteArray& name : kLeftOut.split(' ')) {
+            QVERIFY2(service_.says("/dev/" + name + ": left out: "), name);
+        }
+        QVERIFY(service_.says("/dev/sda: left out: the running system came from it (/live/medium"));
+    }
+
+    void onlyRootHasAccess()
+    {
+        const QString folder = bus_.address().section('=', 1).section('/', 0, -2);
+        if (::geteuid() != 0 || ::chmod(qPrintable(folder), 0711) != 0) {
+            QSKIP("only root can call as another user");
+        }
+        QProcess client;
+        client.start("setpriv", {"--clear-groups", "--reuid=65534", "dbus-send", "--print-reply",
+                                 "--bus=" + bus_.address(), "--dest=" + kName, kPath, kEnumerate});
+        QVERIFY(client.waitForFinished());
+        QVERIFY(client.readAllStandardError().contains("org.freedesktop.DBus.Error.AccessDenied"));
     }
 };
 

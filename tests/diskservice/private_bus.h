@@ -24,11 +24,11 @@ class PrivateBus {
 public:
     ~PrivateBus() { stop(); }
 
-    [[nodiscard]] bool start()
+    [[nodiscard]] bool start(const QString& configuration = "--session")
     {
         end_with_this_thread(process_);
         process_.start("dbus-daemon",
-                       {"--session", "--nofork", "--print-address", "--address=" + address()});
+                       {configuration, "--nofork", "--print-address", "--address=" + address()});
         return process_.waitForReadyRead(); // it prints the address once it listens
     }
 
