@@ -34,7 +34,7 @@ std::size_t round_up(std::size_t value, std::size_t unit)
 
 DriverMemory::DriverMemory(const DriverPlan& plan, const std::string& pattern)
     : requestBytes_(round_up(plan.requestBytes, kMinAlignment)), sectorBytes_(plan.sectorSizeBytes),
-      sizeBytes_(requestBytes_ + DriveTarget::kDepth * sectorBytes_),
+      sizeBytes_(requestBytes_ + DriveTarget::kMaxDepth * sectorBytes_),
       memory_(allocate_aligned(std::max(kMinAlignment, sectorBytes_), sizeBytes_), &std::free)
 {
     if (!pattern.empty()) {

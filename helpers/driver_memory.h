@@ -21,7 +21,7 @@ public:
     /// their way together may share it, which keeps it in the processor's cache.
     [[nodiscard]] char* request() const { return memory_.get(); }
 
-    /// One sector of its own for each slot below DriveTarget::kDepth.
+    /// One sector of its own for each slot below DriveTarget::kMaxDepth.
     [[nodiscard]] char* sector(std::size_t slot) const;
 
 private:

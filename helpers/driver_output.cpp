@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 
 void write_output(const std::string& text)
@@ -21,12 +20,7 @@ void write_output(const std::string& text)
     }
 }
 
-void write_output_line(std::string line)
+void write_output_line(const std::string& line)
 {
-    // Not iscntrl(), which follows the locale.
-    const auto isControl = [](char c) {
-        return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
-    };
-    std::replace_if(line.begin(), line.end(), isControl, '?');
-    write_output(line + '\n');
+    write_output(one_line(line) + '\n');
 }

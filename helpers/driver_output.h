@@ -9,6 +9,5 @@
 /// written, for example because nobody reads any more.
 void write_output(const std::string& text);
 
-/// Writes one line; control characters in `line` (a path can hold any byte) become "?", so
-/// that it stays one line and cannot pass for another message.
-void write_output_line(std::string line);
+/// Writes the text as one line that cannot pass for another message; see one_line().
+void write_output_line(const std::string& line);

@@ -14,6 +14,11 @@ namespace {
 
 constexpr unsigned kAllDone = 100;
 
+// Measured with requests of 2 MiB on a loop device over memory, two cores: 2 on their way gave
+// 7.5 GB/s, 4 gave 6.6, 8 gave 9.6, 16 gave 7.2, 32 gave 7.9; with requests of 256 KiB none
+// came above 7.
+constexpr std::size_t kDepth = 8;
+
 // Of 1400 sectors, all but two at random, none lies in a lost hundredth of the drive once in
 // 1.27 million runs: 0.99^1398 = 7.9e-7.
 constexpr std::uint64_t kSamples = 1400;
@@ -42,7 +47,7 @@ void Pass::run()
     // Before the first write, so that a run that nobody listens to ends here.
     showProgress(0);
     run_requests(
-        target_, [this](std::size_t) { return nextRequest(); },
+        target_, kDepth, [this](std::size_t) { return nextRequest(); },
         [this](const DriveRequest& request, ssize_t moved) { finishRequest(request, moved); });
     if (plan_.access == TargetDevice::Access::Write) {
         finishWriting();

@@ -25,19 +25,20 @@ std::string ReadBack::findLostWrites(const std::vector<std::uint64_t>& sectors, 
         return DriveRequest{TargetDevice::Access::Read, *sector++ * length, length,
                             memory_.sector(slot)};
     };
-    run_requests(target_, next, [&](const DriveRequest& request, ssize_t result) {
-        const std::uint64_t number = request.offsetBytes / length;
-        const bool isRead = result == static_cast<ssize_t>(length);
-        if (isRead && holdsWhatWasWritten(number, request.memory, marks)) {
-            return;
-        }
-        if (lost++ == 0) {
-            first = std::to_string(number);
-            if (result < 0) {
-                first += ": " + std::generic_category().message(static_cast<int>(-result));
+    run_requests(
+        target_, DriveTarget::kMaxDepth, next, [&](const DriveRequest& request, ssize_t result) {
+            const std::uint64_t number = request.offsetBytes / length;
+            const bool isRead = result == static_cast<ssize_t>(length);
+            if (isRead && holdsWhatWasWritten(number, request.memory, marks)) {
+                return;
             }
-        }
-    });
+            if (lost++ == 0) {
+                first = std::to_string(number);
+                if (result < 0) {
+                    first += ": " + std::generic_category().message(static_cast<int>(-result));
+                }
+            }
+        });
     if (lost == 0) {
         return {};
     }

@@ -23,7 +23,7 @@ bool register_resources(io_uring& ring, int descriptor, std::span<char> memory)
 std::unique_ptr<RequestRing> RequestRing::open(int descriptor, std::span<char> memory)
 {
     io_uring ring = {};
-    if (::io_uring_queue_init(DriveTarget::kDepth, &ring, 0) != 0) {
+    if (::io_uring_queue_init(DriveTarget::kMaxDepth, &ring, 0) != 0) {
         return nullptr;
     }
     if (!register_resources(ring, descriptor, memory)) {

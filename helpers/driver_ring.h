@@ -22,7 +22,7 @@ public:
     RequestRing(const RequestRing&) = delete;
     RequestRing& operator=(const RequestRing&) = delete;
 
-    /// At most DriveTarget::kDepth may be on their way. False when the kernel did not take it.
+    /// At most DriveTarget::kMaxDepth may be on their way. False when the kernel did not take it.
     [[nodiscard]] bool start(const DriveRequest& request);
 
     /// Waits for the oldest; as DriveTarget::finishOldest().
@@ -33,7 +33,7 @@ private:
     void collect(const io_uring_cqe& completion);
 
     io_uring ring_ = {};
-    std::array<std::optional<ssize_t>, DriveTarget::kDepth> results_;
+    std::array<std::optional<ssize_t>, DriveTarget::kMaxDepth> results_;
     std::size_t started_ = 0;
     std::size_t finished_ = 0;
 };

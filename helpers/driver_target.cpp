@@ -2,7 +2,8 @@
 
 #include <deque>
 
-void run_requests(DriveTarget& target, const NextRequest& next, const FinishRequest& finish)
+void run_requests(DriveTarget& target, std::size_t depth, const NextRequest& next,
+                  const FinishRequest& finish)
 {
     std::deque<DriveRequest> onTheirWay;
     const auto finishOldest = [&] {
@@ -10,8 +11,8 @@ void run_requests(DriveTarget& target, const NextRequest& next, const FinishRequ
         onTheirWay.pop_front();
         finish(oldest, target.finishOldest());
     };
-    for (std::size_t slot = 0;; slot = (slot + 1) % DriveTarget::kDepth) {
-        if (onTheirWay.size() == DriveTarget::kDepth) {
+    for (std::size_t slot = 0;; slot = (slot + 1) % depth) {
+        if (onTheirWay.size() == depth) {
             finishOldest();
         }
         const std::optional<DriveRequest> request = next(slot);

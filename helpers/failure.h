@@ -14,11 +14,15 @@ enum class ExitCode {
     Usage = 2,   ///< The arguments are wrong; nothing was touched.
 };
 
-/// A message for the user and the exit code that goes with it.
+/// The text with "?" for each control character: a path can hold any byte, and a message stays
+/// one line that does nothing to a terminal.
+[[nodiscard]] std::string one_line(std::string text);
+
+/// A message for the user, on one line, and the exit code that goes with it.
 class Failure : public std::runtime_error {
 public:
     explicit Failure(const std::string& message, ExitCode exitCode = ExitCode::Failure)
-        : std::runtime_error(message), exitCode_(exitCode)
+        : std::runtime_error(one_line(message)), exitCode_(exitCode)
     {
     }
 

@@ -67,4 +67,3 @@ add_dependencies(format_helper boot_images)
 
 install(TARGETS format_helper RUNTIME DESTINATION ${VANTRELLE_INSTALL_DIR}/lib)
 install(FILES ${boot_images} DESTINATION ${VANTRELLE_INSTALL_DIR}/lib/boot)
-install(FILES ${PROJECT_SOURCE_DIR}/docs/format.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

@@ -121,11 +121,11 @@ void run_format(const FormatRequest& request)
     const FormatLayout layout =
         plan_layout(request.device, hold.device().sizeBytes(), hold.device().sectorSizeBytes());
     check_room(request.device, layout, file_sizes(content));
-    say(describe(request, layout));
+    say(one_line(describe(request, layout)));
     if (request.emulate) {
         return;
     }
     format(hold, {.name = request.device, .sizeBytes = hold.device().sizeBytes(), .layout = layout},
            content, tools);
-    say(request.device + ": formatted");
+    say(one_line(request.device + ": formatted"));
 }

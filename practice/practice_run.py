@@ -29,7 +29,8 @@ ERASE_SECONDS = 1800
 
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--build", type=pathlib.Path, required=True, help="the build folder")
+    parser.add_argument("--programs", type=pathlib.Path, required=True,
+                        help="the folder of the built or installed program")
     parser.add_argument("--emulate", action="store_true",
                         help="switch emulation on and prove that no byte changes")
     parser.add_argument("--virtual", action="store_true",
@@ -155,7 +156,7 @@ def report_unchanged(images, before, log):
 def run_program(arguments, directory, images, log):
     display = None if is_virtual(arguments) else os.environ["DISPLAY"]
     with Processes() as processes:
-        stage = Stage(processes, arguments.build, directory, display, arguments.size)
+        stage = Stage(processes, arguments.programs, directory, display, arguments.size)
         stage.start_disk_service(images)
         window = stage.start_program()
         if is_virtual(arguments):

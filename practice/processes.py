@@ -57,11 +57,11 @@ class Processes:
             raise RuntimeError("the private message bus did not start")
         return address
 
-    def start_virtual_screen(self, size, log):
+    def start_virtual_screen(self, size, log, *options):
         """An X server without a monitor; returns its display name."""
         read_end, write_end = os.pipe()
         self.start(["Xvfb", "-displayfd", write_end, "-screen", "0", f"{size}x24", "-nolisten",
-                    "tcp"], pass_fds=[write_end], stderr=log)
+                    "tcp", *options], pass_fds=[write_end], stderr=log)
         os.close(write_end)
         with os.fdopen(read_end) as number:
             display = number.readline().strip()

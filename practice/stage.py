@@ -11,11 +11,12 @@ class Stage:
     """Starts things through `processes`, which ends them. Messages of all of them are collected
     in `directory`, where the program's log and library directory are, too."""
 
-    def __init__(self, processes, build, directory, display=None, size=None):
-        """`display` is an X display to use, else a virtual one is made; `size` (WxH) is that of
-        the virtual screen, which the program then fills."""
+    def __init__(self, processes, programs, directory, display=None, size=None):
+        """`programs` is the folder of the built or installed program; `display` is an X display
+        to use, else a virtual one is made; `size` (WxH) is that of the virtual screen, which the
+        program then fills."""
         self._processes = processes
-        self._binaries = build.resolve() / "bin"
+        self._binaries = programs.resolve()
         self._directory = directory
         self._fills_screen = size is not None
         self._messages = (directory / "messages.txt").open("w")

@@ -65,7 +65,8 @@ def show_erasing(tour, log):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--build", type=pathlib.Path, required=True, help="the build folder")
+    parser.add_argument("--programs", type=pathlib.Path, required=True,
+                        help="the folder of the built or installed program")
     parser.add_argument("--output", type=pathlib.Path, required=True, help="for the pictures")
     arguments = parser.parse_args()
     arguments.virtual = True
@@ -74,7 +75,7 @@ def main():
     try:
         images = [used_drives.make(drive, directory) for drive in used_drives.DRIVES]
         with Processes() as processes:
-            stage = Stage(processes, arguments.build, directory, size=SCREEN)
+            stage = Stage(processes, arguments.programs, directory, size=SCREEN)
             stage.start_disk_service(images)
             stage.start_program()
             time.sleep(SETTLE_SECONDS)
