@@ -4,13 +4,13 @@ watched through its screen and the appliance's log, and worked with by keys."""
 import dataclasses
 import json
 import pathlib
-import select
 import shutil
 import socket
 import subprocess
 import tempfile
 import time
 
+HERE = pathlib.Path(__file__).parent
 OVMF = "/usr/share/OVMF/"
 UEFI32_FLASH = ["-global", "driver=cfi.pflash01,property=secure,value=on"]
 FIRMWARES = {  # machine, more options, flash image, its variables
@@ -155,6 +155,25 @@ def from_kernel(folder, arguments=""):
     """Options that start the kernel and initial RAM disk in `folder` without a boot loader."""
     return ["-kernel", folder / "vmlinuz", "-initrd", folder / "initrd.img",
             "-append", f"quiet loglevel=3 rootfstype=ramfs noresume {arguments}"]
+
+
+def add_files(medium, extra, target):
+    """Makes the folder `target` for from_kernel(): that of the folder `medium`, with the files
+    in the folder `extra` laid over the running system. Start it with the argument rdinit=/start.
+    This is how a test gets a shell or a broken program into the system."""
+    start = (HERE / "init").read_text().replace(
+        "exec switch_root", "cp -a /extra/. /layer/system/\nexec switch_root")
+    with tempfile.TemporaryDirectory() as folder:
+        tree = pathlib.Path(folder)
+        shutil.copytree(extra, tree / "extra", symlinks=True)
+        (tree / "start").write_text(start)
+        (tree / "start").chmod(0o755)
+        names = "\n".join(str(path.relative_to(tree)) for path in sorted(tree.rglob("*")))
+        archive = subprocess.run(["cpio", "--create", "--format=newc", "--quiet"], cwd=tree,
+                                 input=names.encode(), capture_output=True, check=True).stdout
+    target.mkdir(exist_ok=True)
+    shutil.copy(medium / "vmlinuz", target)
+    (target / "initrd.img").write_bytes((medium / "initrd.img").read_bytes() + archive)
 
 
 def shows_window(screen):
