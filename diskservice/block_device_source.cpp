@@ -89,8 +89,8 @@ std::string stamp_of(const KernelDevice& drive)
     const std::vector<std::string> counters{std::istream_iterator<std::string>(line), {}};
     return sequence.empty() || counters.size() <= kDiscards
                ? ""
-               : sequence + ' ' + counters[kWrites] + ' ' + counters[kWrittenSectors] + ' ' +
-                     counters[kDiscards];
+               : sequence + ' ' + first_line(drive.folder / "size") + ' ' + counters[kWrites] +
+                     ' ' + counters[kWrittenSectors] + ' ' + counters[kDiscards];
 }
 
 DeviceRecord partition_of(const DeviceRecord& drive, const KernelDevice& partition)
@@ -202,6 +202,10 @@ std::vector<DeviceRecord> BlockDeviceSource::lookAtAll()
         const DriveFindings findings = allFindings[i] ? *allFindings[i] : no_findings(requests[i]);
         if (!medium.empty() && findings.uuids.contains(medium)) {
             leaveOut(deviceFile, kIsMedium);
+            continue;
+        }
+        if (!allFindings[i] && !medium.empty() && !requests[i].drive.isSystemInternal) {
+            leaveOut(deviceFile, "does not answer, and may be what the system was started from");
             continue;
         }
         if (!allFindings[i]) {

@@ -81,6 +81,9 @@ std::uint64_t medium_bytes(const ProbeRequest& request, int descriptor)
 DriveFindings find(ProbeRequest request)
 {
     DriveFindings findings;
+    if (request.drive.sizeBytes == 0 && !request.isFloppy) {
+        return findings; // A reader without a card.
+    }
     const Descriptor drive = open_device(request, request.drive);
     if (drive.get() < 0) {
         const int error = errno;

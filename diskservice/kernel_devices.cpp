@@ -115,8 +115,9 @@ std::string reason_for_no_drive(const KernelDevice& device)
 {
     // A list of what is a drive, not of what is none: the kernel also makes block devices of
     // the board's own flash memory (mtdblock0), where the firmware lives.
-    static const std::regex kDrives("(s|h|v|xv)d[a-z]+|sr[0-9]+|fd[0-9]+|nvme[0-9]+n[0-9]+|(mmc|ms)"
-                                    "blk[0-9]+|cciss!c[0-9]+d[0-9]+");
+    static const std::regex kDrives(
+        "(s|h|v|xv)d[a-z]+|sr[0-9]+|fd[0-9]+|nvme[0-9]+n[0-9]+|(mmc|msp?)"
+        "blk[0-9]+|cciss!c[0-9]+d[0-9]+");
     static const std::array<std::pair<std::regex, const char*>, 6> kOthers{{
         {std::regex("loop[0-9]+"), "a loop device is no drive"},
         {std::regex("z?ram[0-9]+"), "memory is no drive"},
