@@ -193,7 +193,7 @@ def compare_start(arguments):
         images = [directory / str(number) for number in range(3)]
         for image in images:
             image.write_bytes(bytes(1 << 20))
-        stage.start_disk_service(images)
+        stage.start_disk_service({image: "model=Bench" for image in images})
         environment = {"DISPLAY": display, "QT_QPA_PLATFORM": "xcb"}
         starts = (stage.start_program,
                   lambda: processes.start([BINARIES / "empty_window"], environment))

@@ -28,16 +28,15 @@ constexpr std::uint64_t kMarks = 64;
 DriverPlan make_plan(const TargetDevice& device, const DriverRequest& request)
 {
     const std::uint32_t sectorBytes = device.sectorSizeBytes();
-    const std::uint32_t stepSectors =
-        std::clamp(kRequestBytes / sectorBytes, 1U, request.sectorsPerStep);
-    const std::uint32_t stepBytes = stepSectors * sectorBytes;
+    const std::uint32_t maxSectors = std::max(kRequestBytes / sectorBytes, 1U);
+    const std::uint32_t stepSectors = std::min(maxSectors, request.sectorsPerStep);
     return {
         .path = device.path(),
         .access = request.access,
         .sizeBytes = device.sizeBytes(),
         .sectorSizeBytes = sectorBytes,
-        .stepBytes = stepBytes,
-        .requestBytes = std::max(kRequestBytes / stepBytes, 1U) * stepBytes,
+        .stepBytes = stepSectors * sectorBytes,
+        .requestBytes = (maxSectors - maxSectors % stepSectors) * sectorBytes,
     };
 }
 

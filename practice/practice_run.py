@@ -157,7 +157,8 @@ def run_program(arguments, directory, images, log):
     display = None if is_virtual(arguments) else os.environ["DISPLAY"]
     with Processes() as processes:
         stage = Stage(processes, arguments.programs, directory, display, arguments.size)
-        stage.start_disk_service(images)
+        stage.start_disk_service({image: drive.description()
+                                  for image, drive in zip(images, used_drives.DRIVES)})
         window = stage.start_program()
         if is_virtual(arguments):
             follow(log, window, stage.display, directory, arguments.emulate)

@@ -4,8 +4,6 @@ that lists image files and nothing else."""
 import os
 import subprocess
 
-import used_drives
-
 
 class Stage:
     """Starts things through `processes`, which ends them. Messages of all of them are collected
@@ -25,12 +23,11 @@ class Stage:
                                                                  self._messages)
 
     def start_disk_service(self, images):
-        """The service with an image file for each of the used drives."""
+        """The service with image files and, for each, what it tells of it (diskservice(8))."""
         options = []
-        for image, drive in zip(images, used_drives.DRIVES):
+        for image, description in images.items():
             file = str(image).replace("\\", "\\\\").replace(",", "\\,")
-            options += ["--image", f"{file},model={drive.model},serial={drive.serial},"
-                                   f"sector-size={drive.sector_size}"]
+            options += ["--image", f"{file},{description}"]
         self._processes.start([self._binaries / "diskservice", *options], self._bus,
                               stderr=self._messages)
 

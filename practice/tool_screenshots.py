@@ -76,7 +76,8 @@ def main():
         images = [used_drives.make(drive, directory) for drive in used_drives.DRIVES]
         with Processes() as processes:
             stage = Stage(processes, arguments.programs, directory, size=SCREEN)
-            stage.start_disk_service(images)
+            stage.start_disk_service({image: drive.description()
+                                      for image, drive in zip(images, used_drives.DRIVES)})
             stage.start_program()
             time.sleep(SETTLE_SECONDS)
             tour = Tour(stage.display, arguments.output)

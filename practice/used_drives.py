@@ -32,6 +32,10 @@ class UsedDrive:
     table: str  # "dos" or "gpt"
     partitions: tuple[Partition, ...]
 
+    def description(self):
+        """What the disk service is told of it."""
+        return f"model={self.model},serial={self.serial},sector-size={self.sector_size}"
+
 
 DRIVES = (
     UsedDrive(

@@ -67,6 +67,8 @@ WorkWidget::WorkWidget(MainWindow* mainWindow)
     ui->drivesTreeWidget->header()->swapSections(kTextColumn, kBarColumn);
     keepButtonRow();
     timer_.setInterval(kTickMs);
+    nextStart_.setSingleShot(true);
+    nextStart_.callOnTimeout(this, &WorkWidget::startNextWorker);
 }
 
 WorkWidget::~WorkWidget() = default;
@@ -213,18 +215,22 @@ void WorkWidget::eraseStart()
     state_ = Erasing;
     showStopButton();
     showInformation("green", tr("Erasing drives..."));
-    const bool emulate = mainWindow_ != nullptr && mainWindow_->emulateErasing();
-    // A start that fails opens a message box; the drives behind it in the list are not
-    // complete because they are not running yet.
-    areWorkersStarting_ = true;
-    const auto workers = workers_; // stay alive whatever happens below a message box
-    for (const auto& worker : workers) {
-        if (state_ == Erasing) { // the user may have stopped it below a message box
-            worker->start(emulate);
-        }
+    emulate_ = mainWindow_ != nullptr && mainWindow_->emulateErasing();
+    startedWorkers_ = 0;
+    startNextWorker();
+}
+
+// One a turn of the event loop: each start waits for its child, which would stall the screen
+// with many drives. The turn after it comes also below the message box of a start that fails.
+void WorkWidget::startNextWorker()
+{
+    if (state_ != Erasing || startedWorkers_ == workers_.size()) {
+        return; // stopped by the user, or all are started
     }
-    areWorkersStarting_ = false;
-    checkWorkers();
+    const auto worker = workers_[startedWorkers_]; // stays alive whatever happens below a box
+    ++startedWorkers_;
+    nextStart_.start();
+    worker->start(emulate_);
 }
 
 void WorkWidget::eraseStop()
@@ -234,7 +240,7 @@ void WorkWidget::eraseStop()
     if (!message_box::ask(this, QMessageBox::Question, windowTitle(), question, QMessageBox::No)) {
         return;
     }
-    const auto workers = workers_; // as when starting them
+    const auto workers = workers_; // as when starting one
     for (const auto& worker : workers) {
         if (worker->status() == Process::Running) {
             worker->stop();
@@ -249,7 +255,8 @@ void WorkWidget::checkWorkers()
     const bool isAnyRunning =
         std::any_of(workers_.cbegin(), workers_.cend(),
                     [](const auto& worker) { return worker->status() == Process::Running; });
-    if (isAnyRunning || areWorkersStarting_) {
+    const bool isAnyToBeStarted = state_ == Erasing && startedWorkers_ < workers_.size();
+    if (isAnyRunning || isAnyToBeStarted) {
         return;
     }
     state_ = Idle;

@@ -67,6 +67,7 @@ private:
     QProgressBar* addRow(const Drive& drive);
     void createWipeWorkers();
     void eraseStart();
+    void startNextWorker();
 
     std::unique_ptr<Ui_WorkWidget> ui;
     MainWindow* mainWindow_;
@@ -77,5 +78,7 @@ private:
     QString drivesString_;
     int countdownCounter_ = 0;
     std::vector<std::shared_ptr<Worker>> workers_;
-    bool areWorkersStarting_ = false;
+    QTimer nextStart_; // without delay
+    bool emulate_ = false;
+    std::size_t startedWorkers_ = 0; // of workers_, in order, while erasing
 };

@@ -3,14 +3,10 @@
 #include "erase/wiper.h"
 #include "tests/app/test_support.h"
 
-#include <QEventLoop>
 #include <QPointer>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
-#include <algorithm>
-#include <array>
 #include <csignal>
 
 namespace {
@@ -137,58 +133,6 @@ private slots:
             job->start(script(body), {});
             QTRY_VERIFY(isKept && !child && (!job || job->status() == Process::Done));
         }
-    }
-
-    void childOutlivesNestedEventLoops_data()
-    {
-        QTest::addColumn<Action>("action");
-        QTest::addColumn<QString>("events");
-        QTest::newRow("exit") << Action([](auto&) {}) << "running 1|out: error: x 1|done 4";
-        QTest::newRow("stop") << kStop << "running 1|out: error: x 1|stopped 2";
-        QTest::newRow("destroy") << kDestroy << "running 1|out: error: x 1";
-    }
-
-    // Two jobs open a message box each, one above the other; then both children end.
-    void childOutlivesNestedEventLoops()
-    {
-        QFETCH(Action, action);
-        const QString program = script("echo error: x; while [ ! -e \"$1\" ]; do sleep 0.01; done");
-        const QString go = dir_.filePath(QTest::currentDataTag());
-        std::array<std::unique_ptr<Job>, 2> jobs;
-        std::vector<std::shared_ptr<QStringList>> events;
-        int opened = 0;
-        int closed = 0;
-        const auto open_box = [&](const QPointer<QProcess>& child) {
-            QEventLoop loop;
-            QTimer closing;
-            const auto close = [&loop, pid = child->processId()] {
-                if (!exists(pid)) {
-                    loop.quit();
-                }
-            };
-            // Queued behind whatever the end of the child has put off.
-            closing.callOnTimeout(&loop, close, Qt::QueuedConnection);
-            closing.start(1);
-            if (++opened == 2) {
-                write_script(go, {});
-                std::for_each(jobs.begin(), jobs.end(), action);
-            }
-            loop.exec();
-            closed += child ? 1 : 0; // its signal is still on the stack
-        };
-        for (auto& job : jobs) {
-            job = std::make_unique<Job>(7);
-            events.push_back(job->events);
-            job->inHook = [&open_box](const QString& event, QObject* child) {
-                if (event.startsWith("out: ")) {
-                    open_box(qobject_cast<QProcess*>(child));
-                }
-            };
-            job->start(program, {go});
-        }
-        QTRY_COMPARE(closed, 2);
-        QTEST(events[0]->join('|'), "events");
-        QTEST(events[1]->join('|'), "events");
     }
 
     void givesTheHelpersTheirArguments()

@@ -197,19 +197,6 @@ private slots:
         QVERIFY(percent > 0 && percent < 100);
     }
 
-    // The system really refuses to write behind 60 blocks of 512 bytes.
-    void failingEnd()
-    {
-        const QByteArray old = makeImage(100 * 512 + 9);
-        const QString given = "device=%1/image|mode=write|pattern=\\x00\\xff|sectorsPerTime=16";
-        QCOMPARE(runDriver(given, "ulimit -f 60; trap '' XFSZ;"), 1);
-        QCOMPARE(lines_.last(), "error: 41 sectors could not be written, first at sector 60 of " +
-                                    image_.toUtf8() + ": File too large");
-        QVERIFY(!lines_.contains("progress: 100"));
-        const QByteArray start = pattern_content(60 * 512, QByteArray("\0\xff", 2));
-        QVERIFY(content() == start + old.mid(start.size()));
-    }
-
     void brokenOutputEndsTheRun()
     {
         const QByteArray old = makeImage(5000);

@@ -1,0 +1,154 @@
+"""Erases drives that fail or lie, first with the driver alone and then all of them at once under
+the program, and compares what is left with what could be written, byte by byte."""
+
+import errno
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+import faulty_drive
+from watched_run import WatchedRun, clear, prepare, report, show_as_file, wait_until
+from erased_drive import PATTERN_SECTOR, SECTOR, check
+from processes import Processes
+
+TABLE = pathlib.Path(__file__).parents[2] / "docs/faults.md"
+ROW = re.compile(r"\| (.*) \| (write|some|flush|gone|read|lie) \|(.*)\|")
+MAX_MARKS = 64  # sectors with neither the old nor the new that an unfinished run may leave
+IN_FLIGHT_SECTORS = 64 * 256
+RUN_SECONDS = 3600
+
+
+class Drive:
+    """A faulty drive, as the file `path`; what it really holds is in `medium`."""
+
+    def __init__(self, row, directory, options, processes):
+        self.name, self.kind, rules = ROW.match(row).groups()
+        given = [f"seed={options.seed}", f"seconds={options.seconds}"]
+        given += re.findall("`(.*?)`", rules)
+        self.settings = dict(setting.split("=", 1) for setting in given)
+        folder = directory / re.sub(r"\W", "-", self.name)
+        folder.mkdir(parents=True)
+        self.path = self.medium = folder / folder.name
+        self.old = options.directory / "old"
+        if "setup" in self.settings:
+            self.old = pathlib.Path("/dev/zero")
+            names = {"drive": self.path, "folder": folder, "size": str(options.size << 20)}
+            processes.start(["sh", "-c", self.settings["setup"]], names)
+            wait_until(lambda: self.path.exists() and self.path.stat().st_size, 10, "the setup")
+        else:
+            self.medium = folder / "medium"
+            shutil.copyfile(self.old, self.medium)
+            show_as_file(processes, self.path, [
+                "--filter=error", "--filter=delay", "--filter=blocksize", "python",
+                faulty_drive.__file__, f"file={self.medium}", *given, f"minblock={SECTOR}"])
+        self.sectors = range(self.path.stat().st_size // SECTOR)
+        self.rules = faulty_drive.read_rules(len(self.sectors), self.settings)
+
+    def states(self):
+        """A letter for each sector: written, old, or something else."""
+        with self.medium.open("rb") as medium, self.old.open("rb") as before:
+            pairs = ((medium.read(SECTOR), before.read(SECTOR)) for _ in self.sectors)
+            states = "".join("o" if now == old else "w" if now == PATTERN_SECTOR else "?"
+                             for now, old in pairs)
+        return states[:self.rules["kept"](0)]
+
+    def wrong(self, code, message):
+        """What is wrong with the end of the run and with what it left; empty when nothing is."""
+        states, verb = self.states(), "read" if self.kind == "read" else "written"
+        fails = self.rules["unreadable" if verb == "read" else "bad"]
+        bad = [s for s in self.sectors if fails(s)]
+        reached = {self.rules["place"](s) for s in self.sectors if verb != "read" and not fails(s)}
+        wanted = "".join("w" if s in reached else "o" for s in self.sectors)
+        if self.kind == "some":  # which ones fail nobody knows before
+            bad = [s for s, state in enumerate(states) if state != "w"]
+            wanted = states.replace("?", "!")
+        if self.kind in ("gone", "lie") and states.count("?") <= MAX_MARKS:
+            states = states.replace("?", "w")
+        if self.kind == "gone":
+            end = max((states + "o").index("o"), len(self.sectors) // 3)
+            wanted = ("w" * end + states[end:end + IN_FLIGHT_SECTORS]).ljust(len(states), "o")
+        text = ": flush: Input/output error" if self.kind == "flush" else ""
+        if self.kind == "gone" or self.kind == "lie" and "o" in wanted:
+            text = ": "
+        elif bad:
+            reason = os.strerror(getattr(errno, self.settings.get("errno", "EIO")))
+            text = f"{len(bad)} sectors could not be {verb}, first at sector {bad[0]}: {reason}"
+        if code != int(text != "") or text not in message:
+            return f"exit {code}, not {int(text != '')} and '{text}'"
+        wrong = [s for s in range(len(wanted)) if states[s:s + 1] != wanted[s]]
+        return f"{len(wrong)} sectors are wrong, first {wrong[0]}" if wrong else ""
+
+
+def run_driver(drive, options):
+    """A row of the table for the driver alone: name, outcome, message, what is wrong."""
+    done = subprocess.run(
+        ["timeout", "--signal=KILL", str(RUN_SECONDS), f"{options.build}/bin/lib/driver",
+         f"device={drive.path}", f"mode={'read' if drive.kind == 'read' else 'write'}",
+         "pattern=VANTRELLE", "sectorsPerTime=256"], stdout=subprocess.PIPE, text=True, check=False)
+    message = "".join(re.findall("^error: (.*)", done.stdout, re.MULTILINE))
+    wrong = drive.wrong(done.returncode, message)
+    if ("progress: 100\n" in done.stdout) != (done.returncode == 0):
+        wrong += " 100 percent"
+    return drive.name, f"exit {done.returncode}", message, wrong
+
+
+def run_program(drives, options, processes):
+    """The rows for all drives under the program, where erased drives are formatted too."""
+    files = {drive.name: drive.path for drive in drives}
+    run = WatchedRun(processes, options, options.directory / "run", files)
+    is_read = drives[0].kind == "read"
+    if is_read:
+        run.order("actionEmulateErasing")
+    screen, log = run.finish(RUN_SECONDS), run.log.text()
+    for drive in drives:
+        job = re.search(rf"id: (\d+): start: \S*/driver device={drive.path} ", log)[1]
+        codes = re.findall(rf"id: {job}: finished: exitCode: (\d+)", log)
+        message = "".join(re.findall(rf"id: {job}: stdout: error: (.*)", log))
+        if codes == ["0", "1"] and drive.kind == "some":  # it struck while formatting
+            wrong, box = "", "Formatting failed: exit code: 1"
+        elif codes == ["0", "0"] and not is_read:
+            wrong, box = ", ".join(check(drive.medium, run.log.picture(drive.path))[0]), ""
+        else:
+            wrong, box = drive.wrong(int(codes[0]), message), f"Erasing failed: {message}"
+        row, boxes = screen["rows"][drive.name], "\0".join([*screen["boxes"], ""])
+        is_told = f"{drive.name}\n\n{box}\0" in boxes
+        if row != ("ERROR" if is_told else "DONE") or is_told != ("1" in codes):
+            wrong += f" row or message boxes: {screen['boxes']}"
+        yield drive.name, row, message, wrong
+
+
+def run_all(rows, options):
+    with (options.directory / "old").open("wb") as old:
+        subprocess.run(["head", "-c", f"{options.size}M", "/dev/urandom"], stdout=old, check=True)
+    for row in rows:
+        with Processes() as processes:
+            drive = Drive(row, options.directory / "alone", options, processes)
+            yield run_driver(drive, options)
+        clear(options.directory / "alone")
+    for is_read in (False, True) if options.program else ():
+        with Processes() as processes:
+            drives = [Drive(row, options.directory / "drives", options, processes)
+                      for row in rows if (ROW.match(row)[2] == "read") == is_read]
+            yield from run_program(drives, options, processes) if drives else ()
+        clear(options.directory / "drives")
+        shutil.rmtree(options.directory / "run")
+
+
+def main():
+    options = prepare(__doc__, size=64, seed=5, seconds=30, program=1, only="", more="")
+    rows = [line for line in (TABLE.read_text() + "\n" + options.more).splitlines()
+            if ROW.match(line) and re.search(options.only, line)]
+    for row in list(rows):
+        missing = "" if "setup" in row else options.missing
+        missing = "root" if "mount" in row and os.geteuid() != 0 else missing
+        if missing:
+            print(f"skipped, there is no {missing}: {row}")
+            rows.remove(row)
+    return report(options, run_all(rows, options))
+
+
+if __name__ == "__main__":
+    sys.exit(main())

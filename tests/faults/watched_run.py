@@ -1,0 +1,116 @@
+"""What both benches need: drives that nbdkit makes, and the program on a bus of its own with
+such drives, of which the plugin screen_reader tells what the screen shows."""
+
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import types
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "practice"))
+from practice_run import Log, shield_system_commands
+from processes import wait_until
+from stage import Stage
+
+HANG_SECONDS = 10
+SCREEN_TAIL_BYTES = 1 << 16  # room for some lines
+
+
+def prepare(description, **usual):
+    """Reads the settings, given as NAME=VALUE, and makes a directory for what the run makes."""
+    usual |= {"build": "build/release", "directory": tempfile.gettempdir()}
+    given = dict(argument.partition("=")[::2] for argument in sys.argv[1:])
+    if not given.keys() <= usual.keys():
+        sys.exit(f"{description}\n\nThe settings, NAME=VALUE, and their usual values: {usual}")
+    settings = {name: type(value)(given.get(name, value)) for name, value in usual.items()}
+    shield_system_commands(types.SimpleNamespace(virtual=True))
+    options = types.SimpleNamespace(**settings)
+    options.missing = ", ".join([tool for tool in ("nbdkit", "nbdfuse") if not shutil.which(tool)] +
+                                ["/dev/fuse"] * (not os.access("/dev/fuse", os.R_OK | os.W_OK)))
+    options.directory = pathlib.Path(tempfile.mkdtemp(dir=options.directory)).resolve()
+    options.build = pathlib.Path(options.build).resolve()
+    return options
+
+
+def report(options, results):
+    """Prints a line for each result (name, state, message, what is wrong); gives the exit code."""
+    try:
+        is_wrong = False
+        for name, state, message, wrong in results:
+            is_wrong |= bool(wrong)
+            outcome = f"WRONG {wrong}" if wrong else "right"
+            print(f"{name:22} {state:7} {outcome}: {message}", flush=True)
+        return int(is_wrong)
+    finally:
+        clear(options.directory)
+
+
+def clear(directory):
+    """Removes it, with what is mounted in it by a server that was killed."""
+    for line in pathlib.Path("/proc/mounts").read_text().splitlines():
+        if (path := line.split()[1]).startswith(f"{directory}/"):
+            unmount = 'fusermount3 -uzq "$0" || umount -l "$0"'
+            subprocess.run(["sh", "-c", unmount, path], check=False)
+    shutil.rmtree(directory)
+
+
+def show_as_file(processes, path, server):
+    """Starts nbdkit with this part of a command line, its drive seen as the file `path`."""
+    path.touch()
+    processes.start(["nbdfuse", path, "[", "nbdkit", "--exit-with-parent", *server, "]"],
+                    stderr=path.with_suffix(".messages").open("w"))
+    wait_until(lambda: path.stat().st_size, HANG_SECONDS, f"nbdfuse {path}")
+
+
+class WatchedRun:
+    """`drives` are the files by the name (model) that the screen shows."""
+
+    def __init__(self, processes, options, directory, drives):
+        directory.mkdir(parents=True)
+        self._screen, self.log = directory / "screen", Log(directory / "log.txt")
+        os.environ |= {"QT_PLUGIN_PATH": f"{options.build}/bin",
+                       "QT_QPA_GENERIC_PLUGINS": f"screen_reader:{self._screen}"}
+        stage = Stage(processes, options.build / "bin", directory)
+        stage.start_disk_service({path: f"model={name}" for name, path in drives.items()})
+        self._program = stage.start_program()
+        wait_until(lambda: self._screen.exists() and self._screen.stat().st_size, HANG_SECONDS,
+                   "the screen")
+
+    def screen(self):
+        """What it shows now, the rows' states by the drives' names."""
+        with self._screen.open("rb") as file:
+            file.seek(max(0, self._screen.stat().st_size - SCREEN_TAIL_BYTES))
+            screen = json.loads(file.read().split(b"\n")[-2])
+        rows = {text.split(" / ")[1]: state for text, state in screen["rows"].items()}
+        return {**screen, "rows": rows}
+
+    def order(self, word):
+        """Makes it press OK ("answer"), or an entry of the menu by the action's name."""
+        link = self._screen.with_suffix(".do")
+        link.symlink_to(word)
+        wait_until(lambda: not link.is_symlink(), HANG_SECONDS, word)
+
+    def is_over(self):
+        screen = self.screen()
+        return (not re.search(r"%|INIT|FORMAT", " ".join(screen["rows"].values())) and
+                (screen["rows"] or screen["information"] == "No drives found"))
+
+    def finish(self, seconds):
+        """Waits until nothing happens to any drive, gives what the screen shows then, answers
+        the message boxes, and quits. Fails when it does not go like that."""
+        wait_until(self.is_over, seconds, "the end of all jobs")
+        screen = self.screen()
+        while self.screen()["boxes"]:
+            self.order("answer")
+        wait_until(lambda: self.screen()["information"] in ("Complete.", "No drives found"),
+                   HANG_SECONDS, "Complete.")
+        self.order("actionQuit")
+        times = [int(ms) for ms in re.findall(r'"ms":(\d+)', self._screen.read_text())]
+        longest = max(later - earlier for earlier, later in zip(times, times[1:]))
+        if self._program.wait(HANG_SECONDS) != 0 or longest > HANG_SECONDS * 1000:
+            raise RuntimeError(f"it ended with {self._program.returncode}, stood for {longest} ms")
+        return screen
