@@ -85,7 +85,7 @@ std::uint64_t Pass::requestEnd(std::uint64_t offset) const
 
 void Pass::placeMarks()
 {
-    const std::uint64_t length = plan_.sectorSizeBytes;
+    const std::uint32_t length = plan_.sectorSizeBytes;
     for (; marks_.contains(nextOffset_ / length); nextOffset_ += length) {
         checkSize();
         const std::uint64_t sector = nextOffset_ / length;
@@ -99,7 +99,7 @@ void Pass::placeMarks()
 // Marks never stay where a sector can be written, whatever was found before.
 void Pass::overwriteMarks()
 {
-    const std::uint64_t length = plan_.sectorSizeBytes;
+    const std::uint32_t length = plan_.sectorSizeBytes;
     for (const std::uint64_t sector : placedMarks_) {
         static_cast<void>(isMoved({plan_.access, sector * length, length, memory_.request()}));
     }

@@ -30,7 +30,8 @@ QByteArray content(const QString& path, qint64 offset = 0, qint64 size = 1024 * 
 {
     QFile file(path);
     const bool isReadable = file.open(QFile::ReadOnly) && file.seek(offset);
-    return isReadable ? file.read(size) : "unreadable " + path.toLatin1();
+    return isReadable ? file.read(qMin(size, file.size() - offset))
+                      : "unreadable " + path.toLatin1();
 }
 
 bool write(const QString& path, const QByteArray& bytes, qint64 offset = 0)

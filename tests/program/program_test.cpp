@@ -12,7 +12,7 @@ constexpr qsizetype kSector = 512;
 constexpr qsizetype kPartitionStart = 1 << 20;
 constexpr qsizetype kSize = (48 << 20) - 3 * kSector;
 // Takes the driver longer to write than it may live on.
-constexpr qsizetype kBigSize = qsizetype{8} << 30;
+constexpr qint64 kBigSize = qint64{8} << 30;
 constexpr int kWholeRunMs = 60000;
 // The discovery's ticks and the countdown's until 3 seconds are left, less what timers may hurry.
 constexpr int kUntilThreeMs = 17500;
@@ -58,7 +58,7 @@ struct Run {
     [[nodiscard]] QString file(const QString& name) const { return directory.filePath(name); }
     [[nodiscard]] QByteArray log() const { return content(file("log")); }
 
-    [[nodiscard]] bool start(const QStringList& images, const QByteArray& bytes, qsizetype size)
+    [[nodiscard]] bool start(const QStringList& images, const QByteArray& bytes, qint64 size)
     {
         bool isReady = bus.start() && QDir(directory.path()).mkdir("lib");
         QStringList arguments;
