@@ -129,11 +129,14 @@ def run_all(rows, options):
             drive = Drive(row, options.directory / "alone", options, processes)
             yield run_driver(drive, options)
         clear(options.directory / "alone")
-    for is_read in (False, True) if options.program else ():
+    read_rows = [row for row in rows if ROW.match(row)[2] == "read"]
+    for group in ([row for row in rows if row not in read_rows], read_rows):
+        if not group or not options.program:
+            continue
         with Processes() as processes:
             drives = [Drive(row, options.directory / "drives", options, processes)
-                      for row in rows if (ROW.match(row)[2] == "read") == is_read]
-            yield from run_program(drives, options, processes) if drives else ()
+                      for row in group]
+            yield from run_program(drives, options, processes)
         clear(options.directory / "drives")
         shutil.rmtree(options.directory / "run")
 

@@ -26,7 +26,8 @@ def prepare(description, **usual):
     usual |= {"build": "build/release", "directory": tempfile.gettempdir()}
     given = dict(argument.partition("=")[::2] for argument in sys.argv[1:])
     if not given.keys() <= usual.keys():
-        sys.exit(f"{description}\n\nThe settings, NAME=VALUE, and their usual values: {usual}")
+        print(f"{description}\n\nThe settings, NAME=VALUE, and their usual values: {usual}")
+        sys.exit(0 if "--help" in given else 2)
     settings = {name: type(value)(given.get(name, value)) for name, value in usual.items()}
     shield_system_commands(types.SimpleNamespace(virtual=True))
     options = types.SimpleNamespace(**settings)
