@@ -101,6 +101,13 @@ void TargetDevice::open(Access access, std::chrono::milliseconds busyWait)
     if (!descriptor_.isOpen()) {
         throw system_failure(path_, "open", errno);
     }
+    // The kernel opens a write-protected drive for writing all the same; every single sector
+    // would then be refused, one by one.
+    int isReadOnly = 0;
+    if (access == Access::Write && isBlockDevice_ &&
+        ::ioctl(descriptor_.get(), BLKROGET, &isReadOnly) == 0 && isReadOnly != 0) {
+        throw Failure(path_ + ": open: the device is read-only; look for a write-protect switch");
+    }
 }
 
 void TargetDevice::measure()

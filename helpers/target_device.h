@@ -18,7 +18,7 @@ public:
 
     /// Opens an existing device or file. Throws Failure when `path` is missing, is
     /// neither a block device nor a regular file, is in use for longer than `busyWait`,
-    /// or has no size.
+    /// is to be written and is read-only, or has no size.
     TargetDevice(const std::string& path, Access access, std::chrono::milliseconds busyWait);
 
     /// As given by the user; for messages only.
