@@ -40,11 +40,16 @@ class Fat32:
                 yield self.data + number * self.cluster_sectors, self.cluster_sectors
 
 
+def pattern_sector(sector_size=SECTOR):
+    """A sector full of the pattern."""
+    return (PATTERN * (sector_size // len(PATTERN) + 1))[:sector_size]
+
+
 def foreign_sectors(image, size, allowed, sector_size=SECTOR):
     """Sectors that hold neither the pattern nor are in `allowed`, as (count, first). The last
     one may be a part of a sector. The pattern starts anew in each."""
     count, first = 0, None
-    expected_sector = (PATTERN * (sector_size // len(PATTERN) + 1))[:sector_size]
+    expected_sector = pattern_sector(sector_size)
     expected_chunk = expected_sector * (CHUNK // sector_size)
     image.seek(0)
     for start in range(0, size, CHUNK):

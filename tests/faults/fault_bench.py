@@ -11,7 +11,7 @@ import sys
 
 import faulty_drive
 from watched_run import WatchedRun, clear, prepare, report, show_as_file, wait_until
-from erased_drive import PATTERN_SECTOR, SECTOR, check
+from erased_drive import SECTOR, check, pattern_sector
 from processes import Processes
 
 TABLE = pathlib.Path(__file__).parents[2] / "docs/faults.md"
@@ -51,7 +51,7 @@ class Drive:
         """A letter for each sector: written, old, or something else."""
         with self.medium.open("rb") as medium, self.old.open("rb") as before:
             pairs = ((medium.read(SECTOR), before.read(SECTOR)) for _ in self.sectors)
-            states = "".join("o" if now == old else "w" if now == PATTERN_SECTOR else "?"
+            states = "".join("o" if now == old else "w" if now == pattern_sector() else "?"
                              for now, old in pairs)
         return states[:self.rules["kept"](0)]
 
