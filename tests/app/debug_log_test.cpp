@@ -44,13 +44,13 @@ private slots:
     {
         QTest::addColumn<QString>("line");
         QTest::addColumn<QString>("read");
-        const auto row = [](const char* name, const char* line, const char* read) {
-            QTest::newRow(name) << line << read;
-        };
-        row("lib= skips two more characters", "lib=/opt/wipe", "pt/wipe string 0");
-        row("a short lib= is not read past its end", "desktop lib=a", " string 1");
-        row("the last of a kind counts, and anything else not at all",
-            "lib=ab1 x dbg=/a Desktop lib=ab2 desktop=1 dbg=/b desk", "2 /b 0");
+        QTest::newRow("lib= skips two more characters") << "lib=/opt/wipe"
+                                                        << "pt/wipe string 0";
+        QTest::newRow("a short lib= is not read past its end") << "desktop lib=a"
+                                                               << " string 1";
+        QTest::newRow("the last of a kind counts, and anything else not at all")
+            << "lib=ab1 x dbg=/a Desktop lib=ab2 desktop=1 dbg=/b desk"
+            << "2 /b 0";
     }
 
     void readsTheCommandLine()

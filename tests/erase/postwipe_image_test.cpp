@@ -6,9 +6,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <csignal>
-#include <sys/resource.h>
-
 class PostwipeImageTest : public QObject {
     Q_OBJECT
 
@@ -28,28 +25,6 @@ private slots:
             QVERIFY(!pictures.contains(picture));
             pictures << picture;
         }
-    }
-
-    void failsWithoutALibraryDirectory()
-    {
-        theProgramConfig().setLib("/dev/null");
-        QString error;
-        QVERIFY(create_postwipe_image_file(drive_, true, &error).isNull());
-        QCOMPARE(error, "Cannot create image file");
-    }
-
-    void failsWhenThePicturesLastByteDoesNotFit()
-    {
-        const QFileInfo picture(create_postwipe_image_file(drive_, true, nullptr));
-        std::signal(SIGXFSZ, SIG_IGN);
-        QString error;
-        rlimit limit{static_cast<rlim_t>(picture.size() - 1), RLIM_INFINITY};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        const QString path = create_postwipe_image_file(drive_, true, &error);
-        limit.rlim_cur = RLIM_INFINITY;
-        setrlimit(RLIMIT_FSIZE, &limit);
-        QVERIFY(path.isNull());
-        QCOMPARE(error, "Cannot save image file");
     }
 
 private:

@@ -48,7 +48,7 @@ class FormatTest : public QObject {
     QTemporaryDir dir_;
     QString image_ = dir_.filePath("image");
     QString picture_ = dir_.filePath("source.png");
-    const QString program_ = FORMAT_PROGRAM;
+    const QString program_ = BINARIES "/lib/format";
     const QString boot_ = QFileInfo(program_).path() + "/boot/";
 
     // A drive full of old data, with a pattern up to both ends.

@@ -47,7 +47,8 @@ private slots:
         row("the wipe fails at its end", "echo 'progress: 100'; exit 1", "", "ERROR 100",
             "Erasing failed: exit code: 1", 1);
         row("no driver", nullptr, "", "ERROR 0", "Erasing failed: ", 0);
-        row("the driver reports and yet succeeds", "echo 'error: no %1 <b>disk'", "", "ERROR 0",
+        row("the driver reports and yet succeeds",
+            "echo 'Error: x'; echo 'error: no %1 <b>disk'; echo 'progress: 100'", "", "ERROR 100",
             "Erasing failed: no %1 <b>disk", 1);
         row("the driver reports and stays silent", "echo 'error: bad'; exec sleep 60", "",
             "ERROR 0", "Erasing failed: bad", 1);
@@ -112,38 +113,36 @@ private slots:
         QCOMPARE(appliance.image("sdc"), picture(get_drives()[2], false));
     }
 
-    // The second drive is started below the first one's box, before anybody answers that.
-    void startsEveryDrive()
+    void goesOnBelowAnErrorBox_data()
     {
-        Appliance appliance({fake_drive("sda"), fake_drive("sdb")});
-        appliance.setHelper("driver", nullptr);
-        const qsizetype logStart = dbg_string().size();
-        appliance.answer = [&](const QString&) {
-            const bool areBothStarted = dbg_string().mid(logStart).count(" mode=write ") == 2;
-            return areBothStarted ? QMessageBox::Ok : QMessageBox::NoButton;
-        };
-        appliance.openAndErase();
-        QTRY_COMPARE(appliance.information(), kComplete);
-        QCOMPARE(appliance.status(0) + appliance.status(1), "ERROR 0ERROR 0");
+        QTest::addColumn<QByteArray>("driver");
+        QTest::addColumn<QString>("logged"); // by both drives, before anybody answers a box
+        QTest::addColumn<QString>("message");
+        QTest::newRow("every drive is started") << QByteArray() << " mode=write "
+                                                << "execvp: No such file or directory";
+        QTest::newRow("every helper ends, and its failure is reported")
+            << QByteArray("echo 'error: bad'; echo 'progress: 7'; exit 1") << ": close()\n"
+            << "bad";
     }
 
-    // One box is open above the other, and the helpers end below them.
-    void reportsEveryFailure()
+    void goesOnBelowAnErrorBox()
     {
+        QFETCH(QByteArray, driver);
+        QFETCH(QString, logged);
+        QFETCH(QString, message);
         Appliance appliance({fake_drive("sda"), fake_drive("sdb")});
-        appliance.setHelper("driver", "echo 'error: bad'; echo 'progress: 7'; exit 1");
+        appliance.setHelper("driver", driver);
         const qsizetype logStart = dbg_string().size();
         appliance.answer = [&](const QString&) {
-            const bool haveBothEnded = dbg_string().mid(logStart).count(": close()\n") == 2;
-            return haveBothEnded ? QMessageBox::Ok : QMessageBox::NoButton;
+            return dbg_string().mid(logStart).count(logged) == 2 ? QMessageBox::Ok
+                                                                 : QMessageBox::NoButton;
         };
         appliance.openAndErase();
         QTRY_COMPARE(appliance.information(), kComplete);
         appliance.boxes.sort();
         QCOMPARE(appliance.boxes,
-                 QStringList({failure("Model sda", "bad"), failure("Model sdb", "bad")}));
-        QCOMPARE(appliance.bar(0)->format(), "ERROR");
-        QCOMPARE(appliance.bar(1)->format(), "ERROR");
+                 QStringList({failure("Model sda", message), failure("Model sdb", message)}));
+        QCOMPARE(appliance.bar(0)->format() + appliance.bar(1)->format(), "ERRORERROR");
     }
 
     void formatsWhatWasStopped()
