@@ -8,14 +8,10 @@ class DisplayHelpersTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void formatsSizes()
+    void formatsSizesAndBytes()
     {
         QCOMPARE(short_size_string(999), "999");
         QCOMPARE(short_size_string(999'999), "999KB");
-    }
-
-    void dumpsBytes()
-    {
         QCOMPARE(QByteArray::fromStdString(hex_dump(" ~%\x7f\n\0\xe9", 7, 4)),
                  "0000 | 20 7e 25 7f  |  ~%.\n0004 | 0a 00 e9     | ...\n");
     }

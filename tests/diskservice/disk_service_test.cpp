@@ -128,9 +128,6 @@ private slots:
     void initTestCase()
     {
         qputenv("PATH", qgetenv("PATH") + ":/usr/sbin:/sbin");
-        if (!run("which", {"dbus-daemon", "sfdisk", "fdisk", "mke2fs"})) {
-            QSKIP("dbus-daemon, sfdisk, fdisk or mke2fs is not installed");
-        }
         canMount_ = has_own_mounts() && QDir().mkpath("/media/linux");
         const QString mbr = file("used,1.img");
         QVERIFY(run("truncate", {"-s67108964", mbr}) && run("sfdisk", {"-qXdos", mbr}, kMbrTable));

@@ -1,5 +1,6 @@
+#include "tests/app/test_support.h"
+
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -171,8 +172,7 @@ private slots:
         QFETCH(QString, tool);
         const QString path = "bin/" + tool.section(": ", 0, 0);
         QVERIFY(makeImage(kSmallest));
-        QVERIFY(write(path, "#!/bin/sh\n" + tool.section(": ", 1).toLatin1()));
-        QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner));
+        write_script(path, tool.section(": ", 1).toLatin1());
         const Run done = run(program_, {image_, picture_});
         QCOMPARE(done.code, 1);
         QVERIFY2(done.output.contains(QTest::currentDataTag()), done.output);

@@ -21,8 +21,7 @@ UNTIL_THREE_SECONDS = 17.5
 with tempfile.TemporaryDirectory() as name, Processes() as processes:
     directory = pathlib.Path(name)
     image, log = directory / "image", Log(directory / "log.txt")
-    old = os.urandom(1 << 20)
-    image.write_bytes(old)
+    image.touch()
     os.truncate(image, SIZE)
     before = image.stat()
     stage = Stage(processes, pathlib.Path(sys.argv[1]), directory)
@@ -33,8 +32,6 @@ with tempfile.TemporaryDirectory() as name, Processes() as processes:
     assert time.monotonic() - start > UNTIL_THREE_SECONDS, "the ticks come too fast"
     now = image.stat()
     assert (now.st_mtime_ns, now.st_blocks) == (before.st_mtime_ns, before.st_blocks)
-    with image.open("rb") as file:
-        assert file.read(len(old)) == old
 
     drivers = ["pgrep", "--full", f"device={image} mode=write"]
     wait_until(lambda: subprocess.run(drivers, check=False).returncode == 0, 30, "the driver")
