@@ -104,6 +104,18 @@ private slots:
         QVERIFY(content() == old && !QFile::exists(dir_.filePath("no")));
     }
 
+    // The write across the largest place that the file may be written at is a short one.
+    void shortWriteIsNoWholeOne()
+    {
+        const QByteArray old = makeImage(5000);
+        const QString given = "device=%1/image|mode=write|pattern=A|sectorsPerTime=256";
+        QCOMPARE(runDriver(given, "trap '' XFSZ; ulimit -f 4;"), 1); // times 512 bytes
+        QVERIFY(
+            lines_.last().startsWith("error: 6 sectors could not be written, first at sector 4"));
+        QVERIFY(content() == QByteArray(2048, 'A') + old.mid(2048));
+        QVERIFY(!lines_.contains("progress: 100"));
+    }
+
     void brokenOutputEndsTheRun()
     {
         const QByteArray old = makeImage(5000);
