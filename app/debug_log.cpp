@@ -1,5 +1,7 @@
 #include "app/debug_log.h"
 
+#include "app/debug_line.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QProcess>
@@ -131,4 +133,9 @@ DbgOstream& dbg_ostream()
 DbgOstream& dbg_ostream(const char* module, int line)
 {
     return dbg_ostream() << module << "(" << line << ")";
+}
+
+void dbg_line(const char* module, int line, const std::string& text)
+{
+    dbg_ostream(module, line) << text << Qt::endl;
 }

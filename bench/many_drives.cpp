@@ -25,7 +25,7 @@
 
 namespace {
 
-constexpr int kBeatMs = 5;
+constexpr int kBeatMs = 10;
 constexpr int kCountdownTicks = 11; // the last one starts the helpers
 
 void start_erasing(const MainWindow& window, QElapsedTimer& sinceTurn)

@@ -2,6 +2,7 @@
 
 import argparse
 import collections
+import contextlib
 import datetime
 import functools
 import json
@@ -18,9 +19,10 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BINARIES = ROOT / "build/release/bin"
-sys.path.insert(0, str(ROOT / "practice"))
+sys.path[:0] = [str(ROOT / "practice"), str(ROOT / "tests/faults")]
 from processes import Processes, wait_until
 from stage import Stage
+from watched_run import clear, show_as_file
 
 # As long as a machine word: a device that compresses has the same work with it as with the
 # zeros of dd and shred.
@@ -142,30 +144,49 @@ def compare_driver(arguments):
             list(driver_rows(middle, best, limits)))
 
 
+def show_paced(processes, image, seconds):
+    """The image as the file of a drive that is overwritten in so many seconds at best."""
+    bits_per_second = image.stat().st_size * 8 // seconds
+    drive = image.with_suffix(".drive")
+    show_as_file(processes, drive, ["--filter=rate", "file", image, f"rate={bits_per_second}"])
+    return drive
+
+
+def measure_many(targets, runs):
+    """Medians of fio's best time and of what many_drives prints, with its peak memory."""
+    engines = (URING[1], URING[7])
+    run_fio(engines[1], "write", targets)  # makes room
+    theirs, ours = [], []
+    for _ in range(runs):
+        theirs.append([run_fio(engine, "write", targets).seconds for engine in engines])
+        done = run([BINARIES / "many_drives", *targets])
+        ours.append([*map(float, done.output.split()), done.mib])
+    return min(medians(theirs)), medians(ours)
+
+
 def compare_many(arguments):
     rows = [["drives", "GB/s", "fio GB/s", "ratio", "starting them ms", "longest gap ms",
              "longest gap while they end ms", "share of a core %", "peak MiB"]]
     for count in arguments.drives:
         size = int(arguments.gib * 1024) // count << 20
-        with tempfile.TemporaryDirectory(dir=arguments.directory, prefix="bench-") as directory:
-            images = [pathlib.Path(directory, str(number)) for number in range(count)]
-            for image in images:
+        directory = pathlib.Path(tempfile.mkdtemp(dir=arguments.directory, prefix="bench-"))
+        targets = [directory / str(number) for number in range(count)]
+        with contextlib.ExitStack() as stack:
+            stack.callback(clear, directory)
+            processes = stack.enter_context(Processes())
+            for image in targets:
                 with image.open("wb") as file:
                     os.posix_fallocate(file.fileno(), 0, size)
-            engines = (URING[1], URING[7])
-            run_fio(engines[1], "write", images)  # makes room
-            theirs, ours = [], []
-            for _ in range(arguments.runs):
-                theirs.append([run_fio(engine, "write", images).seconds for engine in engines])
-                done = run([BINARIES / "many_drives", *images])
-                ours.append([*map(float, done.output.split()), done.mib])
-        seconds, start, gap, end, share, mib = medians(ours)
-        best = min(medians(theirs))
+            if arguments.seconds:
+                targets = [show_paced(processes, image, arguments.seconds) for image in targets]
+            best, (seconds, start, gap, end, share, mib) = measure_many(targets, arguments.runs)
         rows.append([str(count), f"{size * count / seconds / 1e9:.2f}",
                      f"{size * count / best / 1e9:.2f}", wanted(best / seconds, 0.9),
                      f"{start:.0f}", wanted(gap, 50, at_most=True), f"{end:.0f}",
                      wanted(share, 5, at_most=True), f"{mib:.1f}"])
-    publish("many", f"{arguments.gib:g} GiB in all, on image files", rows)
+    pace = f", slow drives of {arguments.seconds} seconds" if arguments.seconds else ""
+    publish("slow" if arguments.seconds else "many",
+            f"{arguments.gib:g} GiB in all, on image files{pace}", rows)
 
 
 def measure_start(start, screen):
@@ -220,6 +241,7 @@ def main():
     many.set_defaults(run=compare_many, runs=3)
     many.add_argument("--directory", default=ROOT / "build", help="for the images")
     many.add_argument("--gib", default=12, type=float, help="size of all drives together")
+    many.add_argument("--seconds", type=int, help="that each drive takes at best, by nbdkit")
     many.add_argument("--drives", nargs="+", default=[1, 4, 16, 64], type=int)
     start = parts.add_parser("start", help="the first window, beside an empty program")
     start.set_defaults(run=compare_start, runs=15)

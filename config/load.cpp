@@ -1,6 +1,6 @@
 #include "config/load.h"
 
-#include "app/debug_log.h"
+#include "app/debug_line.h"
 
 #include <cstring>
 #include <optional>
@@ -93,7 +93,7 @@ private:
 /// Logs the place or one level around it.
 bool fail(int line)
 {
-    dbg_ostream(DBG_MODULE, line) << Qt::endl;
+    dbg_line(DBG_MODULE, line, {});
     return false;
 }
 

@@ -1,6 +1,6 @@
 #include "config/value.h"
 
-#include "app/debug_log.h"
+#include "app/debug_line.h"
 #include "config/exception.h"
 
 #include <stdexcept>
@@ -33,7 +33,7 @@ const char* type_name(Value::Type type)
 
 [[noreturn]] void lookup_failure(const std::string& message)
 {
-    dbg_ostream(DBG_MODULE, __LINE__) << ": " << message << Qt::endl;
+    dbg_line(DBG_MODULE, __LINE__, ": " + message);
     throw Exception(message);
 }
 
@@ -51,7 +51,7 @@ void Value::require(Type type, int check) const
         return;
     }
     const std::string text = "config(" + std::to_string(check) + ")";
-    dbg_ostream(DBG_MODULE, __LINE__) << ": " << text << Qt::endl;
+    dbg_line(DBG_MODULE, __LINE__, ": " + text);
     throw std::runtime_error(text);
 }
 

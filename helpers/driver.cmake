@@ -27,7 +27,7 @@ target_link_libraries(vantrelle_driver
     PUBLIC vantrelle_helper_common
     PRIVATE vantrelle_pattern PkgConfig::URING)
 
-add_executable(driver driver_main.cpp)
+add_executable(driver driver_main.cpp driver_log.cpp)
 target_link_libraries(driver PRIVATE vantrelle_driver)
 set_target_properties(driver PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${VANTRELLE_HELPER_OUTPUT_DIR})
 install(TARGETS driver RUNTIME DESTINATION ${VANTRELLE_INSTALL_DIR}/lib)

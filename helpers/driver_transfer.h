@@ -19,6 +19,9 @@ public:
     /// All requests' memory must lie in `memory`. It and `device` must outlive this.
     DeviceTransfer(const TargetDevice& device, std::span<char> memory);
 
+    /// Whether requests go on their way together; else each is done when it is started.
+    [[nodiscard]] bool isRingInUse() const { return isRingInUse_; }
+
     void start(const DriveRequest& request) override;
     [[nodiscard]] ssize_t finishOldest() override;
     [[nodiscard]] ssize_t transfer(const DriveRequest& request) override;

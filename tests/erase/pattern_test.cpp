@@ -8,24 +8,17 @@ class PatternTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void readsText_data()
-    {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QByteArray>("bytes");
-        const auto row = [](const char* name, const QByteArray& text, const QByteArray& bytes) {
-            QTest::newRow(name) << text << bytes;
-        };
-        row("any byte by escape", "V\\x00\\xff", QByteArray("V\0\xff", 3));
-        row("a bad hex digit", "ab\\x0g", "");
-        row("a backslash at the end", "ab\\", "");
-        row("a second pattern that is no string", "a\",\"pattern\":[1],\"x\":\"", "");
-        row("no end of lists", "a\",\"x\":" + QByteArray(100'000, '['), "");
-    }
-
     void readsText()
     {
-        QFETCH(QByteArray, text);
-        QTEST(QByteArray::fromStdString(pattern_from_text(text.constData())), "bytes");
+        const QByteArray bracket(100'000, '[');
+        for (const auto& [text, bytes] : std::initializer_list<std::pair<QByteArray, QByteArray>>{
+                 {"V\\x00\\xff", QByteArray("V\0\xff", 3)},
+                 {"ab\\x0g", ""},
+                 {"ab\\", ""},
+                 {"a\",\"pattern\":[1],\"x\":\"", ""}, // a second pattern that is no string
+                 {"a\",\"x\":" + bracket, ""}}) {      // no end of lists
+            QCOMPARE(QByteArray::fromStdString(pattern_from_text(text.constData())), bytes);
+        }
     }
 
     void writesTextThatIsReadBack()
