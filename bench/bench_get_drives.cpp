@@ -1,21 +1,18 @@
 // How long listing the drives takes beside the bus calls that it cannot do without, on a fake
-// disk service in the same process. The arguments are the numbers of drives to measure.
+// disk service in the same process.
 #include "app/debug_log.h"
 #include "storage/drives.h"
 #include "tests/diskservice/private_bus.h"
 #include "tests/storage/fake_disk_service.h"
 
 #include <QDBusMessage>
-#include <QElapsedTimer>
 
 #include <algorithm>
-#include <cstdio>
 
 namespace {
 
 const QString kService = "org.freedesktop.UDisks";
 const QString kRoot = "/org/freedesktop/UDisks";
-constexpr int kRounds = 5;
 
 QList<FakeDevice> devices(unsigned driveCount)
 {
@@ -45,45 +42,46 @@ bool call_bus(const QDBusConnection& bus, const QList<FakeDevice>& list)
     });
 }
 
-// The median of several rounds in milliseconds; the work tells whether it was done.
-double median_ms(const auto& work)
-{
-    QList<double> times;
-    for (int round = 0; round < kRounds; ++round) {
-        QElapsedTimer clock;
-        clock.start();
-        if (!work()) {
-            qFatal("bench_get_drives: not all drives were listed");
-        }
-        times << static_cast<double>(clock.nsecsElapsed()) / 1e6;
-    }
-    std::sort(times.begin(), times.end());
-    return times[kRounds / 2];
-}
-
-void measure(unsigned driveCount, FakeDiskService& service, const QDBusConnection& bus)
-{
-    const QList<FakeDevice> list = devices(driveCount);
-    service.setDevices(list);
-    const double calls = median_ms([&] { return call_bus(bus, list); });
-    const double drives = median_ms([&] { return get_drives().size() == driveCount; });
-    std::printf("%6u %15.1f %15.1f %7.2f\n", driveCount, drives, calls, drives / calls);
-}
-
 } // namespace
 
-int main(int argc, char** argv)
-{
-    const QCoreApplication application(argc, argv);
-    dbg_init(DBG_TYPE_STRING, 1);
-    PrivateBus privateBus;
-    if (!privateBus.startAsSystemBus()) {
-        qFatal("bench_get_drives: dbus-daemon does not start");
+class BenchGetDrives : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        dbg_init(DBG_TYPE_STRING, 1);
+        QVERIFY(privateBus_.startAsSystemBus());
+        service_ = std::make_unique<FakeDiskService>(privateBus_.address());
     }
-    FakeDiskService service(privateBus.address());
-    const auto bus = QDBusConnection::connectToBus(privateBus.address(), "raw");
-    std::printf("drives get_drives() ms    bus calls ms   ratio\n");
-    for (const QString& count : QCoreApplication::arguments().mid(1)) {
-        measure(count.toUInt(), service, bus);
+
+    void lists_data()
+    {
+        QTest::addColumn<unsigned>("driveCount");
+        QTest::addColumn<bool>("isBare");
+        for (const unsigned count : {50U, 100U, 200U}) {
+            QTest::addRow("%u drives", count) << count << false;
+            QTest::addRow("%u drives, the bus calls alone", count) << count << true;
+        }
     }
-}
+
+    void lists()
+    {
+        QFETCH(unsigned, driveCount);
+        QFETCH(bool, isBare);
+        const QList<FakeDevice> list = devices(driveCount);
+        service_->setDevices(list);
+        const auto bus = QDBusConnection::connectToBus(privateBus_.address(), "bare");
+        QBENCHMARK
+        {
+            QVERIFY(isBare ? call_bus(bus, list) : get_drives().size() == driveCount);
+        }
+    }
+
+private:
+    PrivateBus privateBus_;
+    std::unique_ptr<FakeDiskService> service_;
+};
+
+QTEST_GUILESS_MAIN(BenchGetDrives)
+#include "bench_get_drives.moc"

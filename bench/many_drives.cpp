@@ -87,11 +87,13 @@ int main(int argc, char** argv)
     theProgramConfig().setLib(library.path().toStdString());
     PrivateBus bus;
     ServiceProcess service;
+    const QString programs = QApplication::applicationDirPath();
     // Formatting is not measured.
-    const bool isReady = QFile::link(DRIVER, library.filePath("driver")) &&
+    const bool isReady = QFile::link(programs + "/lib/driver", library.filePath("driver")) &&
                          QFile::link("/bin/true", library.filePath("format")) &&
                          bus.startAsSystemBus();
-    service.start(bus, DISKSERVICE, QString("--image " + images.join(" --image ")).split(' '));
+    service.start(bus, programs + "/diskservice",
+                  QString("--image " + images.join(" --image ")).split(' '));
     const auto connection = QDBusConnection::connectToBus(bus.address(), "bench");
     if (!isReady || !ServiceProcess::waitForName(connection, "org.freedesktop.UDisks")) {
         qFatal("many_drives: there is no disk service");

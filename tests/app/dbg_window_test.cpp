@@ -1,16 +1,12 @@
 #include "app/dbg_window.h"
 #include "app/system_command.h"
 #include "tests/app/test_support.h"
+#include "tests/tools/message_boxes.h"
 
-#include <QApplication>
-#include <QLineEdit>
-#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPointer>
-#include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
 class DbgWindowTest : public QObject {
     Q_OBJECT
@@ -45,22 +41,11 @@ private slots:
                  {"/nonexistent/%2", "Cannot open /nonexistent/%2\n(No such file or directory)"},
                  {"/dev/full", "Cannot save /dev/full\n(No space left on device)"}}) {
             QWidget parent;
-            QString warning = "none";
-            QTimer answering;
-            answering.callOnTimeout([&, &name = path] {
-                QWidget* modal = QApplication::activeModalWidget();
-                if (auto* box = qobject_cast<QMessageBox*>(modal)) {
-                    warning = box->text();
-                    box->buttons().constFirst()->click(); // also: replace the file
-                } else if (modal) {
-                    modal->findChild<QLineEdit*>("fileNameEdit")->setText(name);
-                    QMetaObject::invokeMethod(modal, "accept", Qt::QueuedConnection);
-                }
-            });
-            answering.start(1);
+            MessageBoxes boxes;
+            boxes.fileName = path;
             dbg_window(&parent);
             parent.findChild<QPushButton*>("saveButton")->click();
-            QCOMPARE(warning, expected);
+            QCOMPARE(boxes.shown.isEmpty() ? "none" : boxes.shown.constLast(), expected);
         }
         QVERIFY(saved.open(QFile::ReadOnly) && saved.readAll().startsWith("Tag(1): caf\u00e9\n"));
     }

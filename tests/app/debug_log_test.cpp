@@ -40,30 +40,22 @@ private slots:
         }
     }
 
-    void readsTheCommandLine_data()
-    {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<QString>("read");
-        const auto row = [](const char* name, const char* line, const char* read) {
-            QTest::newRow(name) << line << read;
-        };
-        row("lib= skips two more characters", "lib=/opt/wipe", "pt/wipe string 0");
-        row("a short lib= is not read past its end", "desktop lib=a", " string 1");
-        row("the last of a kind counts, and anything else not at all",
-            "lib=ab1 x dbg=/a Desktop lib=ab2 desktop=1 dbg=/b desk", "2 /b 0");
-    }
-
     void readsTheCommandLine()
     {
-        QFETCH(QString, line);
-        const QByteArrayList arguments = line.toUtf8().split(' ');
-        std::vector<const char*> argv{"desktop"}; // a program's own name says nothing
-        for (const QByteArray& argument : arguments) {
-            argv.push_back(argument.constData());
+        for (const auto& [line, expected] : std::initializer_list<std::pair<QByteArray, QString>>{
+                 {"lib=/opt/wipe", "pt/wipe string 0"}, // two more characters are skipped
+                 {"desktop lib=a", " string 1"},        // not read past its end
+                 // The last of a kind counts, and anything else not at all.
+                 {"lib=ab1 x dbg=/a Desktop lib=ab2 desktop=1 dbg=/b desk", "2 /b 0"}}) {
+            const QByteArrayList arguments = line.split(' ');
+            std::vector<const char*> argv{"desktop"}; // a program's own name says nothing
+            for (const QByteArray& argument : arguments) {
+                argv.push_back(argument.constData());
+            }
+            const auto options = read_command_line(static_cast<int>(argv.size()), argv.data());
+            const std::string read = theProgramConfig().lib() + ' ' + options.debugType + ' ';
+            QCOMPARE(QString::fromStdString(read) + QString::number(options.desktop), expected);
         }
-        const auto options = read_command_line(static_cast<int>(argv.size()), argv.data());
-        const std::string read = theProgramConfig().lib() + ' ' + options.debugType + ' ';
-        QTEST(QString::fromStdString(read) + QString::number(options.desktop), "read");
     }
 };
 

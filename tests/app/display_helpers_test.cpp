@@ -1,23 +1,17 @@
 #include "app/display_helpers.h"
 
-#include <QApplication>
-#include <QMessageBox>
-#include <QPushButton>
 #include <QTest>
 #include <QTimer>
+#include <QWidget>
 
 class DisplayHelpersTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void formatsSizes()
+    void formatsSizesAndBytes()
     {
         QCOMPARE(short_size_string(999), "999");
         QCOMPARE(short_size_string(999'999), "999KB");
-    }
-
-    void dumpsBytes()
-    {
         QCOMPARE(QByteArray::fromStdString(hex_dump(" ~%\x7f\n\0\xe9", 7, 4)),
                  "0000 | 20 7e 25 7f  |  ~%.\n0004 | 0a 00 e9     | ...\n");
     }
@@ -34,27 +28,11 @@ private slots:
         QCOMPARE(drive_string_short(drive), u"20480TB / <b>%2%3\u00e9");
     }
 
-    void overwritesOnlyAfterYes()
+    void saysNoWhenTheBoxGoesWithItsParent()
     {
-        for (const auto button : {QMessageBox::Yes, QMessageBox::No, QMessageBox::NoButton}) {
-            auto parent = std::make_unique<QWidget>();
-            QString text;
-            QTimer opened;
-            opened.setSingleShot(true);
-            opened.callOnTimeout([&] {
-                auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-                text = box->windowTitle() + ": " + box->text();
-                if (QAbstractButton* pressed = box->button(button)) {
-                    pressed->click();
-                } else {
-                    parent.reset(); // and the box with it
-                }
-            });
-            opened.start(0);
-            QCOMPARE(confirm_media_overwriting(parent.get(), "Title"), button == QMessageBox::Yes);
-            QCOMPARE(text, "Title: Data on this media will be overwritten!\n\n"
-                           "Are you sure you want to continue?");
-        }
+        auto parent = std::make_unique<QWidget>();
+        QTimer::singleShot(0, [&] { parent.reset(); });
+        QVERIFY(!confirm_media_overwriting(parent.get(), "Title"));
     }
 };
 

@@ -1,6 +1,4 @@
-#include "app/program_config.h"
-#include "erase/formatter.h"
-#include "erase/wiper.h"
+#include "erase/process.h"
 #include "tests/app/test_support.h"
 
 #include <QPointer>
@@ -13,10 +11,9 @@ namespace {
 
 /// A job that keeps the hooks called, their text and the status seen in each, as in
 /// "error: exit code: 2 3", and then does in the hook what the test wants to be done there.
-template <typename Base>
-class Recorder : public Base {
+class Job : public Process {
 public:
-    using Base::Base;
+    using Process::Process;
 
     const std::shared_ptr<QStringList> events = std::make_shared<QStringList>();
     std::function<void(const QString& seen, QObject* child)> inHook;
@@ -26,23 +23,18 @@ public:
     void updateStatusError(const QString& message) override { record("error: " + message); }
     void updateStatusDone() override { record("done"); }
     void updateStandardError(const QString& line) override { record("err: " + line); }
-    void updateStandardOutput(const QString& line) override
-    {
-        Base::updateStandardOutput(line);
-        record("out: " + line);
-    }
+    void updateStandardOutput(const QString& line) override { record("out: " + line); }
 
 private:
     void record(const QString& event)
     {
-        *events << event + ' ' + QString::number(this->status());
+        *events << event + ' ' + QString::number(status());
         if (const auto action = inHook) { // a copy: it may end the recorder
-            action(events->constLast(), this->sender());
+            action(events->constLast(), sender());
         }
     }
 };
 
-using Job = Recorder<Process>;
 using Action = void (*)(std::unique_ptr<Job>& job);
 const Action kStop = [](auto& job) { job->stop(); };
 const Action kRestart = [](auto& job) { job->start("/bin/true", {}); };
@@ -60,12 +52,7 @@ class ProcessTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        dbg_init("string", 1);
-        theProgramConfig().setLib(dir_.path().toStdString());
-        drive_.setDevice("/dev/no such");
-    }
+    void initTestCase() { dbg_init("string", 1); }
 
     void reportsOutputAndEnd_data()
     {
@@ -135,44 +122,10 @@ private slots:
         }
     }
 
-    void givesTheHelpersTheirArguments()
-    {
-        write_script(dir_.filePath("driver"), "printf '%s|' \"$@\" >&2");
-        write_script(dir_.filePath("format"), "printf '%s|' \"$@\" >&2");
-        const QString wiping =
-            "err: device=/dev/no such|mode=%1|pattern=A  'B' \"|sectorsPerTime=256| 1";
-        const QString formatting = "err: /dev/no such%1|/tmp/a picture.png| 1";
-        for (const bool emulate : {false, true}) {
-            Recorder<Wiper> wiper(3, drive_, "A  'B' \"");
-            Recorder<Formatter> formatter(4, drive_);
-            wiper.start(emulate);
-            formatter.start(emulate, "/tmp/a picture.png");
-            QTRY_VERIFY(wiper.status() == Process::Done && formatter.status() == Process::Done);
-            QCOMPARE(wiper.events->at(1), wiping.arg(emulate ? "read" : "write"));
-            QCOMPARE(formatter.events->at(1), formatting.arg(emulate ? "-emulate" : ""));
-        }
-    }
-
-    void wiperStaysFailedAfterAnErrorLine()
-    {
-        write_script(dir_.filePath("driver"),
-                     "echo progress: 42; echo Error: x; echo error: bad; echo progress: 100");
-        Recorder<Wiper> wiper(3, drive_, "A");
-        const auto start = dbg_string().size();
-        wiper.start(false);
-        QTRY_VERIFY(log_since(start).contains("close()"));
-        QCOMPARE(log_since(start).split('\n').filter("updateProcess").join('|'),
-                 "Wiper: id: 3: updateProcess: 42|Wiper: id: 3: updateProcess: 100");
-        QCOMPARE(wiper.events->filter(QRegularExpression("^(done|error)")),
-                 QStringList("error: bad 3"));
-        QCOMPARE(wiper.status(), Process::Error);
-    }
-
 private:
     QString script(const QByteArray& body) { return write_script(dir_.filePath("child"), body); }
 
     const QTemporaryDir dir_;
-    Drive drive_;
 };
 
 QTEST_MAIN(ProcessTest)

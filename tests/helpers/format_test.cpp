@@ -1,5 +1,6 @@
+#include "tests/app/test_support.h"
+
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -48,7 +49,7 @@ class FormatTest : public QObject {
     QTemporaryDir dir_;
     QString image_ = dir_.filePath("image");
     QString picture_ = dir_.filePath("source.png");
-    const QString program_ = FORMAT_PROGRAM;
+    const QString program_ = BINARIES "/lib/format";
     const QString boot_ = QFileInfo(program_).path() + "/boot/";
 
     // A drive full of old data, with a pattern up to both ends.
@@ -171,8 +172,7 @@ private slots:
         QFETCH(QString, tool);
         const QString path = "bin/" + tool.section(": ", 0, 0);
         QVERIFY(makeImage(kSmallest));
-        QVERIFY(write(path, "#!/bin/sh\n" + tool.section(": ", 1).toLatin1()));
-        QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner));
+        write_script(path, tool.section(": ", 1).toLatin1());
         const Run done = run(program_, {image_, picture_});
         QCOMPARE(done.code, 1);
         QVERIFY2(done.output.contains(QTest::currentDataTag()), done.output);

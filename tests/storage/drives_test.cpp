@@ -1,10 +1,7 @@
-#include "app/debug_log.h"
 #include "storage/drives.h"
+#include "tests/app/test_support.h"
 #include "tests/diskservice/private_bus.h"
 #include "tests/storage/fake_disk_service.h"
-
-#include <QRegularExpression>
-#include <QTest>
 
 #include <sstream>
 
@@ -25,13 +22,11 @@ QByteArray described(const std::vector<Drive>& drives)
     return QByteArray::fromStdString(text.str());
 }
 
-// What get_drives() logs, without the numbers of the source lines.
 QString log_of_get_drives()
 {
-    static const QRegularExpression place("Drives\\([0-9]+\\): ");
     const qsizetype start = dbg_string().size();
     [[maybe_unused]] const auto drives = get_drives();
-    return dbg_string().mid(start).remove(place);
+    return log_since(start).remove("Drives: ");
 }
 
 QByteArray drive_line(const char* name, const QByteArray& partitions = {})

@@ -5,11 +5,14 @@
 #include <QDBusObjectPath>
 #include <QDBusVariant>
 
+#include <algorithm>
+
 namespace {
 
 const char* const kConnectionName = "fake-disk-service";
 const char* const kRootPath = "/org/freedesktop/UDisks";
 const char* const kErrorName = "org.freedesktop.UDisks.Error.Failed";
+const QString kDevice = "org.freedesktop.UDisks.Device";
 
 QDBusMessage answer(const QDBusMessage& question, const QString& error, const QVariant& wrongType,
                     const QVariant& value)
@@ -75,27 +78,21 @@ FakeDiskService::~FakeDiskService()
 
 bool FakeDiskService::handleMessage(const QDBusMessage& message, const QDBusConnection& connection)
 {
+    const QMutexLocker lock(&mutex_);
     if (message.member() == "EnumerateDevices") {
         return connection.send(answerEnumeration(message));
     }
-    const QString interface = "org.freedesktop.UDisks.Device";
-    const FakeDevice asked = device(message.path());
-    if (message.interface() == interface) {
-        return connection.send(answerOperation(message, asked));
-    }
-    if (message.arguments().value(0) != interface) {
-        return false;
-    }
-    if (message.member() == "Get") {
-        return connection.send(answerProperty(message, asked));
-    }
-    QThread::msleep(static_cast<unsigned long>(asked.delayMs));
-    return connection.send(answer(message, asked.error, asked.wrongType, asked.properties));
+    const QString name = message.path().section('/', -1);
+    FakeDevice none;
+    const auto found = std::find_if(devices_.begin(), devices_.end(),
+                                    [&](const auto& device) { return device.name == name; });
+    FakeDevice& asked = found == devices_.end() ? none : *found;
+    return connection.send(message.interface() == kDevice ? answerOperation(message, asked)
+                                                          : answerProperties(message, asked));
 }
 
 QDBusMessage FakeDiskService::answerEnumeration(const QDBusMessage& question)
 {
-    const QMutexLocker lock(&mutex_);
     ++enumerations_;
     QList<QDBusObjectPath> paths;
     for (const FakeDevice& device : devices_) {
@@ -104,16 +101,24 @@ QDBusMessage FakeDiskService::answerEnumeration(const QDBusMessage& question)
     return answer(question, enumerationError_, enumerationWrongType_, QVariant::fromValue(paths));
 }
 
-QDBusMessage FakeDiskService::answerProperty(const QDBusMessage& question,
-                                             const FakeDevice& asked) const
+QDBusMessage FakeDiskService::answerProperties(const QDBusMessage& question,
+                                               const FakeDevice& asked)
 {
-    const QVariant value = asked.properties.value(question.arguments().value(1).toString());
+    const QVariantList arguments = question.arguments();
+    if (arguments.value(0) != kDevice) {
+        return question.createErrorReply(QDBusError::InvalidArgs, "not of this interface");
+    }
+    if (question.member() == "GetAll") {
+        QThread::msleep(static_cast<unsigned long>(asked.delayMs));
+        return answer(question, asked.error, asked.wrongType, asked.properties);
+    }
+    const QVariant value = asked.properties.value(arguments.value(1).toString());
     return value.isValid() ? question.createReply(QVariant::fromValue(QDBusVariant(value)))
                            : question.createErrorReply(kErrorName, asked.error);
 }
 
 // Takes only what asks for the type to be found out and for no options.
-QDBusMessage FakeDiskService::answerOperation(const QDBusMessage& call, const FakeDevice& asked)
+QDBusMessage FakeDiskService::answerOperation(const QDBusMessage& call, FakeDevice& asked)
 {
     const bool isMount = call.member() == "FilesystemMount" &&
                          call.arguments() == QVariantList{QString(), QStringList()};
@@ -122,24 +127,7 @@ QDBusMessage FakeDiskService::answerOperation(const QDBusMessage& call, const Fa
     if (!asked.mountError.isEmpty() || (!isMount && !isUnmount)) {
         return call.createErrorReply(kErrorName, asked.mountError);
     }
-    const QMutexLocker lock(&mutex_);
-    for (FakeDevice& device : devices_) {
-        if (device.name == asked.name) {
-            const QStringList paths = isMount ? QStringList{asked.mountPath} : QStringList();
-            device = device.with("DeviceMountPaths", paths);
-        }
-    }
+    const QStringList paths = isMount ? QStringList{asked.mountPath} : QStringList();
+    asked = asked.with("DeviceMountPaths", paths);
     return isMount ? call.createReply(asked.mountPath) : call.createReply();
-}
-
-FakeDevice FakeDiskService::device(const QString& objectPath) const
-{
-    const QMutexLocker lock(&mutex_);
-    const QString name = objectPath.section('/', -1);
-    for (const FakeDevice& device : devices_) {
-        if (device.name == name) {
-            return device;
-        }
-    }
-    return {};
 }

@@ -57,12 +57,11 @@ public:
 
 private:
     [[nodiscard]] QDBusMessage answerEnumeration(const QDBusMessage& question);
-    [[nodiscard]] QDBusMessage answerProperty(const QDBusMessage& question,
-                                              const FakeDevice& asked) const;
-    [[nodiscard]] QDBusMessage answerOperation(const QDBusMessage& call, const FakeDevice& asked);
-    [[nodiscard]] FakeDevice device(const QString& objectPath) const;
+    [[nodiscard]] static QDBusMessage answerProperties(const QDBusMessage& question,
+                                                       const FakeDevice& asked);
+    [[nodiscard]] static QDBusMessage answerOperation(const QDBusMessage& call, FakeDevice& asked);
 
-    mutable QMutex mutex_;
+    QMutex mutex_;
     QList<FakeDevice> devices_;
     QString enumerationError_;
     QVariant enumerationWrongType_;

@@ -1,5 +1,6 @@
 #include "app/program_config.h"
 #include "erase/postwipe_image.h"
+#include "tests/app/test_support.h"
 #include "tests/tools/message_boxes.h"
 #include "tools/format_page.h"
 #include "tools/selected_drive.h"
@@ -18,11 +19,10 @@ private slots:
         sDrive.setDevice("/dev/none");
         theProgramConfig().setLib(library_.path().toStdString());
         const QStringList failed{"?", "Format failed"};
-        QCOMPARE(format("/bin/sh\necho %1; exit 3"), failed);
-        QCOMPARE(format("/bin/sh\nkill -9 $$"), failed);
-        QCOMPARE(format("/nonexistent"), failed);
-        QCOMPARE(format("/bin/sh\ncp \"$2\" ${0%/*}/$#${1##*/}"),
-                 QStringList({"?", "Format complete"}));
+        QCOMPARE(format("echo %1; exit 3"), failed);
+        QCOMPARE(format("kill -9 $$"), failed);
+        QCOMPARE(format({}), failed);
+        QCOMPARE(format("cp \"$2\" ${0%/*}/$#${1##*/}"), QStringList({"?", "Format complete"}));
         const QImage image(library_.filePath("2none"));
         QCOMPARE(image, QImage(create_postwipe_image_file(sDrive, false, nullptr)));
         QVERIFY(!image.isNull());
@@ -38,28 +38,27 @@ private slots:
             }
         });
         turns.start(1);
-        QCOMPARE(format("/bin/sh\nexec sleep 60"), QStringList{"?"});
+        QCOMPARE(format("exec sleep 60"), QStringList{"?"});
         QTRY_VERIFY(!page_.findChild<QProcess*>());
-        QCOMPARE(format("/bin/false"), QStringList({"?", "Format failed"})); // not interrupted
+        QCOMPARE(format("exit 1"), QStringList({"?", "Format failed"})); // not interrupted
     }
 
     void startsNothing()
     {
         boxes_.answers = {QMessageBox::No};
-        QCOMPARE(format("/bin/true"), QStringList{"?"});
+        QCOMPARE(format("exit 0"), QStringList{"?"});
         theProgramConfig().setLib("/nonexistent");
-        QCOMPARE(format("/bin/true"), QStringList({"?", "Cannot create image file"}));
+        QCOMPARE(format("exit 0"), QStringList({"?", "Cannot create image file"}));
     }
 
 private:
-    // The boxes that a press of the page's button shows, with this interpreter and script.
-    QStringList format(const QString& helper)
+    // The boxes that a press of the page's button shows, with this script; none when empty.
+    QStringList format(const QByteArray& helper)
     {
-        QFile file(library_.filePath("format"));
-        file.open(QIODevice::WriteOnly);
-        file.write("#!" + helper.toLatin1());
-        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        file.close();
+        const QString script = write_script(library_.filePath("format"), helper);
+        if (helper.isEmpty()) {
+            QFile::remove(script);
+        }
         boxes_.shown.clear();
         page_.findChild<QPushButton*>()->click();
         return boxes_.shown;

@@ -74,6 +74,17 @@ private slots:
         QVERIFY(place.at(range.start - before).readAll() == expected);
     }
 
+    // Of a cached file.
+    void wipes128MiB()
+    {
+        Workplace place(1 << 15, 4096);
+        QBENCHMARK
+        {
+            place.wipe("a");
+        }
+        QCOMPARE(place.boxes.shown.constLast(), "Wipe complete");
+    }
+
     void keepsTheRangeOnTheDrive()
     {
         Workplace place(1000);

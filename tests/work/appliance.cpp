@@ -1,10 +1,9 @@
 #include "tests/work/appliance.h"
 
-#include "app/debug_log.h"
 #include "app/program_config.h"
+#include "tests/app/test_support.h"
 
 #include <QApplication>
-#include <QRegularExpression>
 
 namespace {
 
@@ -69,17 +68,15 @@ QProgressBar* Appliance::bar(int row) const
 
 void Appliance::setHelper(const QString& name, const QByteArray& shellText)
 {
-    static const char* const kScript = R"(#!/bin/sh
-here=%1
+    static const char* const kScript = R"(here=%1
 echo "%2 $*" >>$here/calls
 echo $$ >>$here/pids
 wait_for_go() { until test -e $here/go; do sleep 0.02; done; }
 )";
-    QFile file(library.filePath(name));
-    file.remove();
-    if (!shellText.isNull() && file.open(QIODevice::WriteOnly)) {
-        file.write(QString(kScript).arg(records_.path(), name).toLatin1() + shellText);
-        file.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+    const QByteArray start = QString(kScript).arg(records_.path(), name).toLatin1();
+    const QString path = write_script(library.filePath(name), start + shellText);
+    if (shellText.isNull()) {
+        QFile::remove(path);
     }
 }
 

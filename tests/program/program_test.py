@@ -1,0 +1,41 @@
+"""The built program on a screen and a bus of its own: it touches no drive during the countdown,
+and leaves no driver behind when it is killed."""
+
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "practice"))
+from practice_run import DISCOVERY_SECONDS, Log
+from processes import Processes, wait_until
+from stage import Stage
+
+SIZE = 8 << 30  # takes the driver longer to write than it may live on
+KILL_SECONDS = 2
+# The discovery's ticks and the countdown's until 3 seconds are left, less what timers may hurry.
+UNTIL_THREE_SECONDS = 17.5
+
+with tempfile.TemporaryDirectory() as name, Processes() as processes:
+    directory = pathlib.Path(name)
+    image, log = directory / "image", Log(directory / "log.txt")
+    image.touch()
+    os.truncate(image, SIZE)
+    before = image.stat()
+    stage = Stage(processes, pathlib.Path(sys.argv[1]), directory)
+    stage.start_disk_service({image: "model=Used"})
+    program, start = stage.start_program(), time.monotonic()
+
+    log.wait_for("begin erasing in 3 seconds", DISCOVERY_SECONDS, "the countdown")
+    assert time.monotonic() - start > UNTIL_THREE_SECONDS, "the ticks come too fast"
+    now = image.stat()
+    assert (now.st_mtime_ns, now.st_blocks) == (before.st_mtime_ns, before.st_blocks)
+
+    drivers = ["pgrep", "--full", f"device={image} mode=write"]
+    wait_until(lambda: subprocess.run(drivers, check=False).returncode == 0, 30, "the driver")
+    program.kill()
+    wait_until(lambda: subprocess.run(drivers, check=False).returncode == 1, KILL_SECONDS,
+               "the driver's end")
+    assert "finished: " not in log.text()
