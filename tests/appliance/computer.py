@@ -67,10 +67,11 @@ class Computer(emulator.Machine):
             filled = next((x for x in range(3, 97) if screen.pixel(left + x, top)[0] > 200), 97)
             white, black = f"{filled - 2}x16+{left + 2}", f"{98 - filled}x16+{left + filled}"
             size = read_picture(picture, "-crop", f"250x20+{left + 102}+{top - 2}").split(" /")[0]
-            bars[size] = read_picture(
+            text = read_picture(
                 picture, "(", "-clone", "0", "-crop", f"{white}+{top}", "-threshold", "85%",
                 "-negate", ")", "(", "-clone", "0", "-crop", f"{black}+{top}", "-threshold", "50%",
                 ")", "-delete", "0", "+append")
+            bars[size] = " ".join(re.findall("[A-Z]{4,}|[0-9]+%", text))  # not the bar's edge
         return bars
 
     def wait_for_complete(self, seconds):
