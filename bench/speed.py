@@ -152,10 +152,8 @@ def show_paced(processes, image, seconds):
     return drive
 
 
-def measure_many(targets, runs):
+def measure_many(targets, engines, runs):
     """Medians of fio's best time and of what many_drives prints, with its peak memory."""
-    engines = (URING[1], URING[7])
-    run_fio(engines[1], "write", targets)  # makes room
     theirs, ours = [], []
     for _ in range(runs):
         theirs.append([run_fio(engine, "write", targets).seconds for engine in engines])
@@ -177,13 +175,17 @@ def compare_many(arguments):
             for image in targets:
                 with image.open("wb") as file:
                     os.posix_fallocate(file.fileno(), 0, size)
-            if arguments.seconds:
+            engines = URING[1], URING[7]
+            run_fio(engines[1], "write", targets)  # makes room
+            if arguments.seconds:  # for any engine
+                engines = engines[:1]
                 targets = [show_paced(processes, image, arguments.seconds) for image in targets]
-            best, (seconds, start, gap, end, share, mib) = measure_many(targets, arguments.runs)
+            best, ours = measure_many(targets, engines, arguments.runs)
+        seconds, start, gap, end, share, mib = ours
         rows.append([str(count), f"{size * count / seconds / 1e9:.2f}",
                      f"{size * count / best / 1e9:.2f}", wanted(best / seconds, 0.9),
                      f"{start:.0f}", wanted(gap, 50, at_most=True), f"{end:.0f}",
-                     wanted(share, 5, at_most=True), f"{mib:.1f}"])
+                     wanted(share, 5 if arguments.seconds else None, at_most=True), f"{mib:.1f}"])
     pace = f", slow drives of {arguments.seconds} seconds" if arguments.seconds else ""
     publish("slow" if arguments.seconds else "many",
             f"{arguments.gib:g} GiB in all, on image files{pace}", rows)
