@@ -172,7 +172,8 @@ MENU = (["alt-shift-m"], "Wizard[^$]*Mounter", "menu")
 CLOSED = (["esc"], r"Stopped\.", "closed")
 MOUNTER = (["m"], r"VFAT \(vfat\) - <not mounted>[^$]*EXT4 \(ext4\) - <not mounted>", "mounter")
 TOOLS = [  # keys, what the screen then says, the picture's name
-    (["alt-t", "alt-t"], r"Stopped\.", "stopped"), MENU, (["w"], "select a drive", "wizard"),
+    ([], "will begin erasing", "countdown"), (["alt-t"], r"Stopped\.", "stopped"),
+    MENU, (["w"], "select a drive", "wizard"),
     (["alt-n"], "Serial Number: S-", "wizard-drive"), (["alt-v"], "LBA: 0", "viewer"),
     (["ctrl-a", *"2048"], "mkfs|FAT16", "viewer-boot-sector"),
     (["esc"], "Number: S-", "wizard-again"), CLOSED, MENU, MOUNTER,
