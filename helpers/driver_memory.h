@@ -17,9 +17,16 @@ public:
 
     [[nodiscard]] std::span<char> whole() const { return {memory_.get(), sizeBytes_}; }
 
-    /// One request. What is read in a reading run is not looked at, so requests that are on
-    /// their way together may share it, which keeps it in the processor's cache.
+    /// One request.
     [[nodiscard]] char* request() const { return memory_.get(); }
+
+    /// A part of it for a smaller request, another for each slot until all are given. What is read
+    /// in a reading run is not looked at, so requests that are on their way together may share
+    /// one, which keeps it in the processor's cache.
+    [[nodiscard]] char* part(std::size_t slot, std::size_t bytes) const
+    {
+        return request() + slot % (requestBytes_ / bytes) * bytes;
+    }
 
     /// One sector of its own for each slot below DriveTarget::kMaxDepth.
     [[nodiscard]] char* sector(std::size_t slot) const;

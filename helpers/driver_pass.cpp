@@ -47,7 +47,7 @@ void Pass::run()
     // Before the first write, so that a run that nobody listens to ends here.
     showProgress(0);
     run_requests(
-        target_, kDepth, [this](std::size_t) { return nextRequest(); },
+        target_, kDepth, [this](std::size_t slot) { return nextRequest(slot); },
         [this](const DriveRequest& request, ssize_t moved) { finishRequest(request, moved); });
     if (plan_.access == TargetDevice::Access::Write) {
         finishWriting();
@@ -57,7 +57,7 @@ void Pass::run()
     showPercent_(kAllDone);
 }
 
-std::optional<DriveRequest> Pass::nextRequest()
+std::optional<DriveRequest> Pass::nextRequest(std::size_t slot)
 {
     placeMarks();
     if (nextOffset_ == plan_.sizeBytes) {
@@ -66,8 +66,11 @@ std::optional<DriveRequest> Pass::nextRequest()
     // Each time: writing would silently make a file that was cut short as long as before.
     checkSize();
     const std::uint64_t offset = std::exchange(nextOffset_, requestEnd(nextOffset_));
+    char* const memory = plan_.access == TargetDevice::Access::Read
+                             ? memory_.part(slot, plan_.requestBytes)
+                             : memory_.request();
     return DriveRequest{plan_.access, offset, static_cast<std::size_t>(nextOffset_ - offset),
-                        memory_.request()};
+                        memory};
 }
 
 // Requests end at multiples of their size also behind a mark, so that they stay aligned to the

@@ -32,7 +32,7 @@ public:
     void run();
 
 private:
-    [[nodiscard]] std::optional<DriveRequest> nextRequest();
+    [[nodiscard]] std::optional<DriveRequest> nextRequest(std::size_t slot);
     [[nodiscard]] std::uint64_t requestEnd(std::uint64_t offset) const;
     void placeMarks();
     void overwriteMarks();

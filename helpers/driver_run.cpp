@@ -22,8 +22,8 @@ constexpr std::chrono::seconds kBusyWait{2};
 // its way is still written.
 constexpr std::uint32_t kRequestBytes = 2U << 20U;
 
-// By plain calls, which are done one after the other, smaller ones stay in the processor's cache.
-constexpr std::uint32_t kPlainRequestBytes = 512U << 10U;
+// By plain calls and by threads, smaller ones stay in the processor's cache.
+constexpr std::uint32_t kSmallRequestBytes = 512U << 10U;
 
 // Few, as they stay behind in what was written when a run is killed.
 constexpr std::uint64_t kMarks = 64;
@@ -70,9 +70,9 @@ void run_driver(const DriverRequest& request)
     const TargetDevice device(request.devicePath, request.access, kBusyWait);
     DriverPlan plan = make_plan(device, request);
     const DriverMemory memory(plan, request.pattern);
-    DeviceTransfer target(device, memory.whole());
-    if (!target.isRingInUse()) {
-        plan.requestBytes = joined_steps(plan.stepBytes, kPlainRequestBytes);
+    DeviceTransfer target(device, plan.access, memory.whole());
+    if (!target.isAsynchronous()) {
+        plan.requestBytes = joined_steps(plan.stepBytes, kSmallRequestBytes);
     }
     Pass(plan, make_marks(plan), memory, target, show_percent).run();
 }

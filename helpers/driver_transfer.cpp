@@ -10,10 +10,8 @@ namespace {
 
 constexpr std::size_t kMaxCachedBytes = 8U << 20U;
 
-// Where the kernel cannot start a request without waiting (a drive made of memory, a file of
-// a user-space file system), it hands each one in a ring to a thread of its own, which is
-// slower than a plain call: a zram device then reads 14 instead of 18 GB/s.
-bool is_ring_of_use(int descriptor, std::span<char> memory, std::size_t sectorBytes)
+// Not for a drive made of memory or a file of a user-space file system, for example.
+bool is_asynchronous(int descriptor, std::span<char> memory, std::size_t sectorBytes)
 {
     const iovec sector{memory.last(sectorBytes).data(), sectorBytes}; // not the pattern
     return ::preadv2(descriptor, &sector, 1, 0, RWF_NOWAIT) >= 0 || errno != EOPNOTSUPP;
@@ -27,10 +25,15 @@ bool is_refusal(ssize_t result)
 
 } // namespace
 
-DeviceTransfer::DeviceTransfer(const TargetDevice& device, std::span<char> memory)
+// In the ring, requests that the kernel cannot start without waiting go to threads of its own.
+// On a zram device and two cores that made reading faster than plain calls, 28 instead of 17 GB/s,
+// and writing slower, 10 instead of 12.
+DeviceTransfer::DeviceTransfer(const TargetDevice& device, TargetDevice::Access access,
+                               std::span<char> memory)
     : device_(device), isDirect_(setDirect(true)),
       ring_(isDirect_ ? RequestRing::open(device.descriptor(), memory) : nullptr),
-      isRingInUse_(ring_ && is_ring_of_use(device.descriptor(), memory, device.sectorSizeBytes()))
+      isAsynchronous_(is_asynchronous(device.descriptor(), memory, device.sectorSizeBytes())),
+      isRingInUse_(ring_ && (isAsynchronous_ || access == TargetDevice::Access::Read))
 {
 }
 

@@ -16,11 +16,12 @@
 /// large drive does not push everything else out of memory.
 class DeviceTransfer : public DriveTarget {
 public:
-    /// All requests' memory must lie in `memory`. It and `device` must outlive this.
-    DeviceTransfer(const TargetDevice& device, std::span<char> memory);
+    /// All requests' memory must lie in `memory`. It and `device` must outlive this. `access` is
+    /// that of the requests that are started.
+    DeviceTransfer(const TargetDevice& device, TargetDevice::Access access, std::span<char> memory);
 
-    /// Whether requests go on their way together; else each is done when it is started.
-    [[nodiscard]] bool isRingInUse() const { return isRingInUse_; }
+    /// Whether the kernel can start a request without waiting; if not, a thread has to do it.
+    [[nodiscard]] bool isAsynchronous() const { return isAsynchronous_; }
 
     void start(const DriveRequest& request) override;
     [[nodiscard]] ssize_t finishOldest() override;
@@ -45,6 +46,7 @@ private:
     const TargetDevice& device_;
     bool isDirect_;
     std::unique_ptr<RequestRing> ring_;
+    bool isAsynchronous_;
     bool isRingInUse_;
     std::deque<Started> started_;
     std::size_t cachedBytes_ = 0;

@@ -64,7 +64,8 @@ class Drive:
         wanted = "".join("w" if s in reached else "o" for s in self.sectors)
         if self.kind == "some":  # which ones fail nobody knows before
             bad = [s for s, state in enumerate(states) if state != "w"]
-            wanted = states.replace("?", "!")
+            # A mark that could not be overwritten stays, and counts as bad.
+            wanted = states if states.count("?") <= MAX_MARKS else states.replace("?", "!")
         if self.kind in ("gone", "lie") and states.count("?") <= MAX_MARKS:
             states = states.replace("?", "w")
         if self.kind == "gone":
