@@ -5,6 +5,9 @@
 
 #include <QApplication>
 
+#include <csignal>
+#include <sys/resource.h>
+
 namespace {
 
 const char* const kComplete = "blue: Complete.";
@@ -185,6 +188,21 @@ private slots:
         QCOMPARE(appliance.boxes,
                  QStringList({failure("Model sda", "exit code: 2"), kStopQuestion}));
         QCOMPARE(appliance.status(0) + appliance.status(1), "ERROR 0DONE 100");
+    }
+
+    void noticesAPictureThatIsCutShort()
+    {
+        const Appliance appliance({}); // for its library
+        const QFileInfo whole(create_postwipe_image_file(Drive(), true, nullptr));
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit limit{static_cast<rlim_t>(whole.size() - 1), RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        QString error;
+        const QString path = create_postwipe_image_file(Drive(), true, &error);
+        limit.rlim_cur = RLIM_INFINITY;
+        setrlimit(RLIMIT_FSIZE, &limit);
+        QVERIFY(path.isNull());
+        QCOMPARE(error, "Cannot save image file");
     }
 
     void killsTheHelpersAtTheEnd()
