@@ -5,6 +5,9 @@
 #include "app/window_minder.h"
 
 #include <QApplication>
+#include <QFontDatabase>
+
+#include <future>
 
 namespace {
 
@@ -21,11 +24,30 @@ void settle_library_directory()
     theProgramConfig().setLib(lib.toStdString());
 }
 
+// The first text to be measured has to wait for the list of fonts, a good part of the start: a
+// second processor reads it while the forms are built.
+std::future<void> read_fonts()
+{
+    return std::async(std::launch::async, [] { static_cast<void>(QFontDatabase::families()); });
+}
+
+// Looking for a screen reader, the toolkit would start a message bus for the session where there
+// is none, and that bus would outlive the program (dbus-launch(1)). A running one is still found.
+void keep_from_starting_session_bus()
+{
+    const char* const address = "DBUS_SESSION_BUS_ADDRESS";
+    if (!qEnvironmentVariableIsSet(address)) {
+        qputenv(address, "unix:runtime=yes");
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    keep_from_starting_session_bus();
     QApplication application(argc, argv, kToolkitVersion);
+    const std::future<void> fonts = read_fonts();
     const StartupOptions options = read_command_line(argc, argv);
     dbg_init(options.debugType.c_str(), 1);
     dbg_ostream() << "*** " << theProgramConfig().name() << " ***" << Qt::endl;

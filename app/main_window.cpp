@@ -18,10 +18,15 @@
 #include <QPixmap>
 #include <QScreen>
 #include <QShortcut>
+#include <QTimer>
+#include <QWindow>
 
 namespace {
 
 constexpr QSize kWindowSize(800, 600);
+
+// How long the first painting may hold up the discovery: a covered window is never painted.
+constexpr int kPaintPatienceMs = 500;
 
 } // namespace
 
@@ -45,6 +50,7 @@ MainWindow::MainWindow(QWidget* parent, bool desktop)
     addShortcut(ui->actionSaveScreenshot->shortcut(), &MainWindow::saveScreenshot);
     workWidget_ = new WorkWidget(this);
     ui->widgetLayout->addWidget(workWidget_);
+    waitUntilPainted();
     workWidget_->initStart();
 }
 
@@ -75,6 +81,20 @@ void MainWindow::fitToScreen()
     const QRect screen = QGuiApplication::primaryScreen()->geometry();
     setFixedSize(screen.size());
     setGeometry(screen);
+}
+
+// Discovery begins with questions to the disk service, which block: a slow one must not leave
+// the screen black. What the user presses meanwhile waits for the event loop.
+void MainWindow::waitUntilPainted()
+{
+    QTimer patience;
+    patience.setSingleShot(true);
+    patience.start(kPaintPatienceMs);
+    while (!windowHandle()->isExposed() && patience.isActive()) {
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents |
+                                        QEventLoop::WaitForMoreEvents);
+    }
+    QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents); // sends the picture
 }
 
 void MainWindow::connectActions()

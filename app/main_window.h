@@ -35,6 +35,7 @@ private:
     void showInWindow();
     void showOnWholeScreen();
     void fitToScreen();
+    void waitUntilPainted();
     void connectActions();
     void addShortcut(const QKeySequence& keys, void (MainWindow::*slot)());
 

@@ -7,7 +7,8 @@ import subprocess
 
 class Stage:
     """Starts things through `processes`, which ends them. Messages of all of them are collected
-    in `directory`, where the program's log and library directory are, too."""
+    in `directory`, where the program's log and library directory are, too. `bus` is what a
+    program's environment needs for the private bus."""
 
     def __init__(self, processes, programs, directory, display=None, size=None):
         """`programs` is the folder of the built or installed program; `display` is an X display
@@ -18,18 +19,19 @@ class Stage:
         self._directory = directory
         self._fills_screen = size is not None
         self._messages = (directory / "messages.txt").open("w")
-        self._bus = {"DBUS_SYSTEM_BUS_ADDRESS": processes.start_bus(self._messages)}
+        self.bus = {"DBUS_SYSTEM_BUS_ADDRESS": processes.start_bus(self._messages)}
         self.display = display or processes.start_virtual_screen(size or "800x600",
                                                                  self._messages)
 
     def start_disk_service(self, images):
-        """The service with image files and, for each, what it tells of it (diskservice(8))."""
+        """The service with image files and, for each, what it tells of it (diskservice(8));
+        returns its process."""
         options = []
         for image, description in images.items():
             file = str(image).replace("\\", "\\\\").replace(",", "\\,")
             options += ["--image", f"{file},{description}"]
-        self._processes.start([self._binaries / "diskservice", *options], self._bus,
-                              stderr=self._messages)
+        return self._processes.start([self._binaries / "diskservice", *options], self.bus,
+                                     stderr=self._messages)
 
     def start_program(self):
         """The program, with a library directory of its own for the pictures that it makes."""
@@ -42,7 +44,7 @@ class Stage:
         command = [self._binaries / "vantrelleplus", f"lib=..{library}",
                    f"dbg={self._directory}/log.txt"]
         command += ["desktop"] if self._fills_screen else []
-        return self._processes.start(command, {**self._bus, "DISPLAY": self.display,
+        return self._processes.start(command, {**self.bus, "DISPLAY": self.display,
                                                "QT_QPA_PLATFORM": "xcb"}, stderr=self._messages)
 
 

@@ -69,6 +69,9 @@ WorkWidget::WorkWidget(MainWindow* mainWindow)
     timer_.setInterval(kTickMs);
     nextStart_.setSingleShot(true);
     nextStart_.callOnTimeout(this, &WorkWidget::startNextWorker);
+    // The window is painted before the first tick, which may have to wait for the disk service.
+    showStopButton();
+    showInformation("green", tr("Initializing"));
 }
 
 WorkWidget::~WorkWidget() = default;

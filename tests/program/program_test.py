@@ -1,8 +1,10 @@
-"""The built program on a screen and a bus of its own: it touches no drive during the countdown,
-and leaves no driver behind when it is killed."""
+"""The built program on a screen and a bus of its own: it is seen although the disk service hangs,
+starts no bus for the session, touches no drive during the countdown, and leaves no driver behind
+when it is killed."""
 
 import os
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
@@ -24,9 +26,26 @@ with tempfile.TemporaryDirectory() as name, Processes() as processes:
     image.touch()
     os.truncate(image, SIZE)
     before = image.stat()
-    stage = Stage(processes, pathlib.Path(sys.argv[1]), directory)
-    stage.start_disk_service({image: "model=Used"})
+    display = processes.start_virtual_screen("800x600", None, "-fbdir", name)
+    stage = Stage(processes, pathlib.Path(sys.argv[1]), directory, display)
+    launcher = directory / "dbus-launch"
+    launcher.write_text(f"#!/bin/sh\ntouch {directory}/launched\n")
+    launcher.chmod(0o755)
+    os.environ.pop("DBUS_SESSION_BUS_ADDRESS", None)
+    os.environ["PATH"] = f"{directory}:{os.environ['PATH']}"
+    service = stage.start_disk_service({image: "model=Used"})
+    ping = ["dbus-send", "--system", "--print-reply", "--dest=org.freedesktop.UDisks",
+            "/org/freedesktop/UDisks", "org.freedesktop.DBus.Peer.Ping"]
+    wait_until(lambda: not subprocess.run(ping, env={**os.environ, **stage.bus},
+                                          stderr=subprocess.DEVNULL, check=False).returncode,
+               10, "the disk service")
+    service.send_signal(signal.SIGSTOP)
     program, start = stage.start_program(), time.monotonic()
+
+    screen = directory / "Xvfb_screen0"
+    wait_until(lambda: any(screen.read_bytes()[-4096:]), 10, "the window")
+    service.send_signal(signal.SIGCONT)
+    assert not (directory / "launched").exists()
 
     log.wait_for("begin erasing in 3 seconds", DISCOVERY_SECONDS, "the countdown")
     assert time.monotonic() - start > UNTIL_THREE_SECONDS, "the ticks come too fast"
