@@ -69,6 +69,8 @@ WorkWidget::WorkWidget(MainWindow* mainWindow)
     timer_.setInterval(kTickMs);
     nextStart_.setSingleShot(true);
     nextStart_.callOnTimeout(this, &WorkWidget::startNextWorker);
+    nextCall_.setSingleShot(true);
+    nextCall_.callOnTimeout(this, &WorkWidget::callNext);
     // The window is painted before the first tick, which may have to wait for the disk service.
     showStopButton();
     showInformation("green", tr("Initializing"));
@@ -265,6 +267,23 @@ void WorkWidget::checkWorkers()
     state_ = Idle;
     hideButtons();
     showInformation("blue", tr("Complete."));
+}
+
+void WorkWidget::callInTurn(std::function<void()> call)
+{
+    calls_.push_back(std::move(call));
+    nextCall_.start();
+}
+
+// The turn after it comes also below a message box that the call opens.
+void WorkWidget::callNext()
+{
+    const auto call = std::move(calls_.front());
+    calls_.pop_front();
+    if (!calls_.empty()) {
+        nextCall_.start();
+    }
+    call();
 }
 
 void WorkWidget::on_restartInitializationButton_clicked()

@@ -4,6 +4,8 @@
 #include <QTimer>
 #include <QWidget>
 
+#include <deque>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -49,6 +51,9 @@ public:
     void eraseStop();
     /// Shows "Complete." when no worker is running.
     void checkWorkers();
+    /// Calls it later, in a turn of the event loop of its own: what takes a while for one drive
+    /// would stall the screen for many that end together. The calls keep their order.
+    void callInTurn(std::function<void()> call);
 
 private slots:
     void on_restartInitializationButton_clicked();
@@ -68,6 +73,7 @@ private:
     void createWipeWorkers();
     void eraseStart();
     void startNextWorker();
+    void callNext();
 
     std::unique_ptr<Ui_WorkWidget> ui;
     MainWindow* mainWindow_;
@@ -81,4 +87,6 @@ private:
     QTimer nextStart_; // without delay
     bool emulate_ = false;
     std::size_t startedWorkers_ = 0; // of workers_, in order, while erasing
+    QTimer nextCall_;                // without delay
+    std::deque<std::function<void()>> calls_;
 };

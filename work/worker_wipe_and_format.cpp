@@ -13,6 +13,8 @@ namespace {
 // The wipe pattern in its text form.
 const char* const kPattern = "VANTRELLE";
 
+constexpr QLatin1String kFormatting("FORMAT");
+
 QString status_word(const char* word)
 {
     return QCoreApplication::translate("Process", word);
@@ -75,7 +77,7 @@ public:
 
     void updateStatusRunning() override
     {
-        worker_->progressBar_->setFormat(QStringLiteral("FORMAT"));
+        worker_->progressBar_->setFormat(kFormatting);
         worker_->progressBar_->setValue(0);
     }
 
@@ -147,9 +149,22 @@ void WorkWidget::WorkerWipeAndFormat::wipeFinished()
     }
 }
 
+// The row counts as being formatted from now on, though its turn comes later; it may be stopped
+// before.
 void WorkWidget::WorkerWipeAndFormat::startFormatter(bool partial)
 {
     current_ = formatter_.get();
+    formatter_->setStatus(Process::Running);
+    progressBar_->setFormat(kFormatting);
+    owner_->callInTurn([this, partial, job = QPointer<Process>(current_)] {
+        if (job && job->status() == Process::Running) {
+            format(partial);
+        }
+    });
+}
+
+void WorkWidget::WorkerWipeAndFormat::format(bool partial)
+{
     QString error;
     const QString imagePath = create_postwipe_image_file(drive_, partial, &error);
     if (imagePath.isEmpty()) {

@@ -25,6 +25,7 @@ private:
 
     void wipeFinished();
     void startFormatter(bool partial);
+    void format(bool partial);
     void showStopped();
     void showFailed(Process& job, const QString& text);
 

@@ -158,8 +158,9 @@ private slots:
         QTRY_COMPARE(appliance.status(1), "%p% 30");
         appliance.clickStop();
         QCOMPARE(appliance.status(0), "STOPPED 0"); // its format job was running
-        QCOMPARE(appliance.status(1), "FORMAT 0");
+        QCOMPARE(appliance.status(1), "FORMAT 30"); // its turn comes
         QCOMPARE(appliance.information(), "green: Erasing drives...");
+        QTRY_COMPARE(appliance.status(1), "FORMAT 0");
         appliance.go();
         QTRY_COMPARE(appliance.information(), kComplete);
         QCOMPARE(appliance.status(1), "DONE 100");
@@ -168,6 +169,24 @@ private slots:
         QCOMPARE(appliance.image("sdb").size(), QSize(800, 600));
         QVERIFY(picture(stopped, true) != picture(stopped, false));
         QVERIFY(picture(stopped, true) != picture(get_drives()[0], true));
+    }
+
+    void givesEachPictureATurnOfTheEventLoop()
+    {
+        Appliance appliance({fake_drive("sda"), fake_drive("sdb"), fake_drive("sdc")});
+        appliance.setHelper("driver", "wait_for_go");
+        appliance.openAndErase();
+        QTRY_COMPARE(appliance.calls().size(), 3);
+        appliance.go();
+        QTest::qSleep(500); // so that all have ended before the next turn
+        qsizetype pictures = 0;
+        while (appliance.information() != kComplete) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+            const qsizetype now = QDir(appliance.library.path()).entryList({"*.png"}).size();
+            QVERIFY(now <= pictures + 1);
+            pictures = now;
+        }
+        QCOMPARE(pictures, 3);
     }
 
     // A failure's box is open above the question.
