@@ -241,7 +241,7 @@ def main():
     driver.add_argument("path", type=pathlib.Path, help="it is OVERWRITTEN")
     driver.add_argument("mode", choices=OTHERS)
     many = parts.add_parser("many", help="drives erased side by side, beside fio")
-    many.set_defaults(run=compare_many, runs=3)
+    many.set_defaults(run=compare_many, runs=5)
     many.add_argument("--directory", default=ROOT / "build", help="for the images")
     many.add_argument("--gib", default=12, type=float, help="size of all drives together")
     many.add_argument("--seconds", type=int, help="that each drive takes at best, by nbdkit")
