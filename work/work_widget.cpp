@@ -67,8 +67,6 @@ WorkWidget::WorkWidget(MainWindow* mainWindow)
     ui->drivesTreeWidget->header()->swapSections(kTextColumn, kBarColumn);
     keepButtonRow();
     timer_.setInterval(kTickMs);
-    nextStart_.setSingleShot(true);
-    nextStart_.callOnTimeout(this, &WorkWidget::startNextWorker);
     nextCall_.setSingleShot(true);
     nextCall_.callOnTimeout(this, &WorkWidget::callNext);
     // The window is painted before the first tick, which may have to wait for the disk service.
@@ -220,22 +218,15 @@ void WorkWidget::eraseStart()
     state_ = Erasing;
     showStopButton();
     showInformation("green", tr("Erasing drives..."));
-    emulate_ = mainWindow_ != nullptr && mainWindow_->emulateErasing();
-    startedWorkers_ = 0;
-    startNextWorker();
-}
-
-// One a turn of the event loop: each start waits for its child, which would stall the screen
-// with many drives. The turn after it comes also below the message box of a start that fails.
-void WorkWidget::startNextWorker()
-{
-    if (state_ != Erasing || startedWorkers_ == workers_.size()) {
-        return; // stopped by the user, or all are started
+    const bool emulate = mainWindow_ != nullptr && mainWindow_->emulateErasing();
+    for (const auto& worker : workers_) {
+        // Each start waits for its child. One that was not reached when the user stops is left out.
+        callInTurn([this, worker, emulate] {
+            if (state_ == Erasing) {
+                worker->start(emulate);
+            }
+        });
     }
-    const auto worker = workers_[startedWorkers_]; // stays alive whatever happens below a box
-    ++startedWorkers_;
-    nextStart_.start();
-    worker->start(emulate_);
 }
 
 void WorkWidget::eraseStop()
@@ -245,7 +236,7 @@ void WorkWidget::eraseStop()
     if (!message_box::ask(this, QMessageBox::Question, windowTitle(), question, QMessageBox::No)) {
         return;
     }
-    const auto workers = workers_; // as when starting one
+    const auto workers = workers_; // stay alive whatever happens below a box
     for (const auto& worker : workers) {
         if (worker->status() == Process::Running) {
             worker->stop();
@@ -260,7 +251,7 @@ void WorkWidget::checkWorkers()
     const bool isAnyRunning =
         std::any_of(workers_.cbegin(), workers_.cend(),
                     [](const auto& worker) { return worker->status() == Process::Running; });
-    const bool isAnyToBeStarted = state_ == Erasing && startedWorkers_ < workers_.size();
+    const bool isAnyToBeStarted = state_ == Erasing && !calls_.empty();
     if (isAnyRunning || isAnyToBeStarted) {
         return;
     }

@@ -72,7 +72,6 @@ private:
     QProgressBar* addRow(const Drive& drive);
     void createWipeWorkers();
     void eraseStart();
-    void startNextWorker();
     void callNext();
 
     std::unique_ptr<Ui_WorkWidget> ui;
@@ -84,9 +83,6 @@ private:
     QString drivesString_;
     int countdownCounter_ = 0;
     std::vector<std::shared_ptr<Worker>> workers_;
-    QTimer nextStart_; // without delay
-    bool emulate_ = false;
-    std::size_t startedWorkers_ = 0; // of workers_, in order, while erasing
-    QTimer nextCall_;                // without delay
+    QTimer nextCall_; // without delay
     std::deque<std::function<void()>> calls_;
 };
