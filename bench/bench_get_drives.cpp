@@ -1,6 +1,6 @@
 // How long listing the drives takes beside the bus calls that it cannot do without, on a fake
 // disk service in the same process.
-#include "app/debug_log.h"
+#include "app/base/debug_log.h"
 #include "storage/drives.h"
 #include "tests/diskservice/private_bus.h"
 #include "tests/storage/fake_disk_service.h"

@@ -3,9 +3,9 @@
 // ms: when starting, while all are being erased, from the first end to the last; and the share
 // of one processor core in % while all are being erased.
 //     many_drives IMAGE...
-#include "app/debug_log.h"
-#include "app/main_window.h"
-#include "app/program_config.h"
+#include "app/base/debug_log.h"
+#include "app/base/program_config.h"
+#include "app/window/main_window.h"
 #include "tests/diskservice/private_bus.h"
 
 #include <QApplication>

@@ -1,6 +1,6 @@
 #include "config/load.h"
 
-#include "app/debug_line.h"
+#include "config/debug_line.h"
 
 #include <cstring>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "config/value.h"
 
-#include "app/debug_line.h"
+#include "config/debug_line.h"
 #include "config/exception.h"
 
 #include <stdexcept>

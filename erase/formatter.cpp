@@ -1,6 +1,6 @@
 #include "erase/formatter.h"
 
-#include "app/debug_log.h"
+#include "app/base/debug_log.h"
 #include "erase/helper_program.h"
 
 namespace {

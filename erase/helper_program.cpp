@@ -1,6 +1,6 @@
 #include "erase/helper_program.h"
 
-#include "app/program_config.h"
+#include "app/base/program_config.h"
 
 QString helper_program(const char* name)
 {

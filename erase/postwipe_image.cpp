@@ -1,8 +1,8 @@
 #include "erase/postwipe_image.h"
 
-#include "app/display_helpers.h"
-#include "app/image_file.h"
-#include "app/program_config.h"
+#include "app/base/program_config.h"
+#include "app/display/display_helpers.h"
+#include "app/display/image_file.h"
 #include "erase/post_wipe.h"
 
 #include <QImage>

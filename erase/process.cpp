@@ -1,7 +1,7 @@
 #include "erase/process.h"
 
-#include "app/abandon.h"
-#include "app/debug_log.h"
+#include "app/base/abandon.h"
+#include "app/base/debug_log.h"
 
 #include <QPointer>
 

@@ -1,4 +1,4 @@
-#include "app/debug_line.h"
+#include "config/debug_line.h"
 
 #include <cstdio>
 

@@ -1,6 +1,6 @@
 #include "storage/driver.h"
 
-#include "app/debug_log.h"
+#include "app/base/debug_log.h"
 
 #include <fcntl.h>
 #include <unistd.h>

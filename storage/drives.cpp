@@ -1,6 +1,6 @@
 #include "storage/drives.h"
 
-#include "app/debug_log.h"
+#include "app/base/debug_log.h"
 #include "storage/disk_service.h"
 
 #include <algorithm>

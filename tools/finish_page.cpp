@@ -1,6 +1,6 @@
 #include "tools/finish_page.h"
 
-#include "app/system_command.h"
+#include "app/display/system_command.h"
 #include "tools/horizontal_line.h"
 
 #include <QLabel>

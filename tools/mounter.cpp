@@ -1,7 +1,7 @@
 #include "tools/mounter.h"
 
-#include "app/dbg_window.h"
-#include "app/message_box.h"
+#include "app/display/dbg_window.h"
+#include "app/display/message_box.h"
 #include "ui_mounter.h"
 
 #include <QFileDialog>

@@ -1,7 +1,7 @@
 #include "tools/viewer.h"
 
-#include "app/display_helpers.h"
-#include "app/monospace_font.h"
+#include "app/display/display_helpers.h"
+#include "app/display/monospace_font.h"
 #include "tools/sector_arithmetic.h"
 #include "ui_viewer.h"
 

@@ -1,6 +1,6 @@
 #include "tools/welcome_page.h"
 
-#include "app/program_config.h"
+#include "app/base/program_config.h"
 
 #include <QLabel>
 #include <QVBoxLayout>

@@ -1,8 +1,8 @@
 #include "tools/wipe_widget.h"
 
-#include "app/debug_log.h"
-#include "app/display_helpers.h"
-#include "app/message_box.h"
+#include "app/base/debug_log.h"
+#include "app/display/display_helpers.h"
+#include "app/display/message_box.h"
 #include "erase/pattern.h"
 #include "storage/driver.h"
 #include "tools/sector_arithmetic.h"

@@ -1,7 +1,7 @@
 #include "work/worker_wipe_and_format.h"
 
-#include "app/display_helpers.h"
-#include "app/message_box.h"
+#include "app/display/display_helpers.h"
+#include "app/display/message_box.h"
 #include "erase/postwipe_image.h"
 
 #include <QCoreApplication>

@@ -1,5 +1,5 @@
-#include "app/dbg_window.h"
-#include "app/system_command.h"
+#include "app/display/dbg_window.h"
+#include "app/display/system_command.h"
 #include "tests/app/test_support.h"
 #include "tests/tools/message_boxes.h"
 

@@ -1,6 +1,6 @@
-#include "app/command_line.h"
-#include "app/debug_log.h"
-#include "app/program_config.h"
+#include "app/base/debug_log.h"
+#include "app/base/program_config.h"
+#include "app/window/command_line.h"
 
 #include <QTemporaryFile>
 #include <QTest>

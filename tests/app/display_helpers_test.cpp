@@ -1,4 +1,4 @@
-#include "app/display_helpers.h"
+#include "app/display/display_helpers.h"
 
 #include <QTest>
 #include <QTimer>

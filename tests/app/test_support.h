@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/debug_log.h"
+#include "app/base/debug_log.h"
 
 #include <QFile>
 #include <QRegularExpression>

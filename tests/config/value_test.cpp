@@ -1,4 +1,4 @@
-#include "app/debug_log.h"
+#include "app/base/debug_log.h"
 #include "config/exception.h"
 #include "config/value.h"
 

@@ -1,4 +1,4 @@
-#include "app/program_config.h"
+#include "app/base/program_config.h"
 #include "erase/postwipe_image.h"
 #include "tests/app/test_support.h"
 #include "tests/tools/message_boxes.h"

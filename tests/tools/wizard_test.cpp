@@ -1,4 +1,4 @@
-#include "app/display_helpers.h"
+#include "app/display/display_helpers.h"
 #include "tests/diskservice/private_bus.h"
 #include "tests/storage/fake_disk_service.h"
 #include "tools/selected_drive.h"

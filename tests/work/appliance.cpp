@@ -1,6 +1,6 @@
 #include "tests/work/appliance.h"
 
-#include "app/program_config.h"
+#include "app/base/program_config.h"
 #include "tests/app/test_support.h"
 
 #include <QApplication>

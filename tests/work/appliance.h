@@ -1,7 +1,7 @@
 #pragma once
 
-#include "app/main_window.h"
-#include "app/window_minder.h"
+#include "app/window/main_window.h"
+#include "app/window/window_minder.h"
 #include "tests/diskservice/private_bus.h"
 #include "tests/storage/fake_disk_service.h"
 

@@ -1,4 +1,4 @@
-#include "app/debug_log.h"
+#include "app/base/debug_log.h"
 #include "erase/postwipe_image.h"
 #include "storage/drives.h"
 #include "tests/work/appliance.h"

@@ -1,4 +1,4 @@
-#include "app/window_minder.h"
+#include "app/window/window_minder.h"
 
 #include <QApplication>
 #include <QEvent>

@@ -1,6 +1,6 @@
-#include "app/display_helpers.h"
+#include "app/display/display_helpers.h"
 
-#include "app/message_box.h"
+#include "app/display/message_box.h"
 
 #include <QLayout>
 #include <QLayoutItem>

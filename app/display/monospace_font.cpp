@@ -1,4 +1,4 @@
-#include "app/monospace_font.h"
+#include "app/display/monospace_font.h"
 
 #include <QFontDatabase>
 #include <QStringList>

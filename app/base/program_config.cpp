@@ -1,4 +1,4 @@
-#include "app/program_config.h"
+#include "app/base/program_config.h"
 
 ProgramConfig::ProgramConfig()
     : name_("VantrellePlus"), nameHtml_("Vantrelle<font color=#0a6ac6>Plus</font>")

@@ -1,4 +1,4 @@
-#include "app/message_box.h"
+#include "app/display/message_box.h"
 
 #include <QPointer>
 

@@ -1,6 +1,6 @@
-#include "app/debug_log.h"
+#include "app/base/debug_log.h"
 
-#include "app/debug_line.h"
+#include "config/debug_line.h"
 
 #include <QByteArray>
 #include <QFile>

@@ -1,8 +1,8 @@
-#include "app/dbg_window.h"
+#include "app/display/dbg_window.h"
 
-#include "app/debug_log.h"
-#include "app/message_box.h"
-#include "app/monospace_font.h"
+#include "app/base/debug_log.h"
+#include "app/display/message_box.h"
+#include "app/display/monospace_font.h"
 #include "ui_dbg_window.h"
 
 #include <QDir>

@@ -1,4 +1,4 @@
-#include "app/image_file.h"
+#include "app/display/image_file.h"
 
 #include <QBuffer>
 #include <QFile>

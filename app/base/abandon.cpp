@@ -1,4 +1,4 @@
-#include "app/abandon.h"
+#include "app/base/abandon.h"
 
 #include <QObject>
 

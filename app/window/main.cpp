@@ -1,8 +1,8 @@
-#include "app/command_line.h"
-#include "app/debug_log.h"
-#include "app/main_window.h"
-#include "app/program_config.h"
-#include "app/window_minder.h"
+#include "app/base/debug_log.h"
+#include "app/base/program_config.h"
+#include "app/window/command_line.h"
+#include "app/window/main_window.h"
+#include "app/window/window_minder.h"
 
 #include <QApplication>
 #include <QFontDatabase>
