@@ -3,7 +3,7 @@
 #include "app/base/debug_log.h"
 #include "app/display/display_helpers.h"
 #include "app/display/message_box.h"
-#include "erase/pattern.h"
+#include "erase/pattern/pattern.h"
 #include "storage/driver.h"
 #include "tools/sector_arithmetic.h"
 #include "tools/viewer.h"

@@ -1,4 +1,4 @@
-#include "erase/pattern.h"
+#include "erase/pattern/pattern.h"
 
 #include <QTest>
 

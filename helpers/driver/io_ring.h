@@ -1,0 +1,39 @@
+#pragma once
+
+#include "helpers/driver/request_queue.h"
+
+#include <liburing.h>
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <span>
+
+/// Requests to one file through io_uring (io_uring(7)), with the file and the memory
+/// registered, so that the kernel looks both up only once.
+///
+/// Results are given in the order of the starts, in whichever order the drive finishes.
+class RequestRing {
+public:
+    /// None when the kernel or a seccomp filter refuses. Both must outlive the ring.
+    [[nodiscard]] static std::unique_ptr<RequestRing> open(int descriptor, std::span<char> memory);
+
+    ~RequestRing();
+    RequestRing(const RequestRing&) = delete;
+    RequestRing& operator=(const RequestRing&) = delete;
+
+    /// At most DriveTarget::kMaxDepth may be on their way. False when the kernel did not take it.
+    [[nodiscard]] bool start(const DriveRequest& request);
+
+    /// Waits for the oldest; as DriveTarget::finishOldest().
+    [[nodiscard]] ssize_t finishOldest();
+
+private:
+    RequestRing() = default;
+    void collect(const io_uring_cqe& completion);
+
+    io_uring ring_ = {};
+    std::array<std::optional<ssize_t>, DriveTarget::kMaxDepth> results_;
+    std::size_t started_ = 0;
+    std::size_t finished_ = 0;
+};

@@ -1,0 +1,56 @@
+#include "helpers/format/arguments.h"
+
+#include "helpers/common/failure.h"
+
+#include <algorithm>
+
+namespace {
+
+const std::string kEmulateSuffix = "-emulate";
+
+} // namespace
+
+FormatRequest parse_format_request(const std::vector<std::string>& arguments)
+{
+    if (arguments == std::vector<std::string>{"--help"}) {
+        return {.showHelp = true};
+    }
+    const auto option = std::find_if(arguments.begin(), arguments.end(),
+                                     [](const std::string& text) { return text.starts_with('-'); });
+    if (option != arguments.end()) {
+        throw Failure("unknown option: " + *option, ExitCode::Usage);
+    }
+    if (arguments.size() != 2) {
+        throw Failure("usage: format DEVICE[-emulate] IMAGE", ExitCode::Usage);
+    }
+
+    FormatRequest request{.device = arguments[0], .picture = arguments[1]};
+    if (request.device.ends_with(kEmulateSuffix)) {
+        request.emulate = true;
+        request.device.resize(request.device.size() - kEmulateSuffix.size());
+    }
+    if (request.device.empty()) {
+        throw Failure("the device is missing", ExitCode::Usage);
+    }
+    if (request.picture.empty()) {
+        throw Failure("the picture is missing", ExitCode::Usage);
+    }
+    return request;
+}
+
+std::string format_help()
+{
+    return "Usage: format DEVICE IMAGE\n"
+           "       format DEVICE-emulate IMAGE\n"
+           "\n"
+           "Gives DEVICE (a block device or an image file) a partition table with one\n"
+           "bootable FAT32 partition that holds the picture IMAGE (PNG). A machine that\n"
+           "boots from it, by BIOS or by UEFI, shows the picture and waits for a key.\n"
+           "EVERYTHING ON THE DEVICE IS LOST.\n"
+           "\n"
+           "  DEVICE-emulate  check everything and say what would be done; write nothing\n"
+           "  --help          show this text\n"
+           "\n"
+           "Exit codes: 0 done and read back, 1 not done or not completely,\n"
+           "2 wrong arguments.\n";
+}

@@ -1,0 +1,131 @@
+#include "helpers/format/run.h"
+
+#include "helpers/common/failure.h"
+#include "helpers/common/file_io.h"
+#include "helpers/common/target_device.h"
+#include "helpers/format/medium.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+
+#include <cerrno>
+#include <chrono>
+#include <iostream>
+#include <optional>
+
+namespace {
+
+// A `driver` that was killed holds the device until its last request is through.
+constexpr std::chrono::seconds kBusyWait{20};
+
+std::vector<std::uint64_t> file_sizes(const FormatContent& content)
+{
+    std::vector<std::uint64_t> sizes;
+    for (const FormatFile& file : content.files) {
+        sizes.push_back(file.bytes.size());
+    }
+    return sizes;
+}
+
+void say(const std::string& text)
+{
+    std::cout << text << std::endl;
+    if (!std::cout) {
+        throw Failure("standard output: write: failed");
+    }
+}
+
+std::string describe(const FormatRequest& request, const FormatLayout& layout)
+{
+    return request.device + ": " + (request.emulate ? "would write" : "writing") +
+           " a partition table with one FAT32 partition of " +
+           std::to_string(layout.partitionSectors) + " sectors of " +
+           std::to_string(layout.sectorSizeBytes) + " bytes at sector " +
+           std::to_string(layout.partitionStart) + ", " +
+           (layout.bootsByBios() ? "boot code for BIOS and UEFI" : "boot code for UEFI only") +
+           ", and the picture " + request.picture;
+}
+
+// The exclusive hold on the device, which has to be given to mkfs.fat for a while and
+// taken back. Another program that takes the device in between makes one of the two fail.
+class Hold {
+public:
+    Hold(const FormatRequest& request, TargetDevice::Access access)
+        : device_(std::in_place, request.device, access, kBusyWait), name_(request.device)
+    {
+    }
+
+    [[nodiscard]] const TargetDevice& device() const { return *device_; }
+    [[nodiscard]] const std::string& name() const { return name_; }
+
+    void release() { device_.reset(); }
+
+    void takeBack(const Descriptor& descriptor)
+    {
+        try {
+            device_.emplace(descriptor.procName(), TargetDevice::Access::Write, kBusyWait);
+        } catch (const Failure&) {
+            throw Failure(name_ + ": open again: the device is in use or has gone");
+        }
+    }
+
+private:
+    std::optional<TargetDevice> device_;
+    std::string name_;
+};
+
+// The content is right whatever the kernel answers (a file has no partitions to know).
+void reread_partition_table(const Hold& hold)
+{
+    const TargetDevice& device = hold.device();
+    if (device.isBlockDevice() && ::ioctl(device.descriptor(), BLKRRPART) != 0) {
+        std::cerr << "format: "
+                  << system_failure(hold.name(), "re-read the partition table", errno).what()
+                  << '\n';
+    }
+}
+
+void format(Hold& hold, FormatMedium medium, const FormatContent& content, const FormatTools& tools)
+{
+    // Opened before the first change: it sees every write error until flush(), those of
+    // the tools' writes included, and stays while the hold is given away.
+    const Descriptor descriptor =
+        open_file("/proc/self/fd/" + std::to_string(hold.device().descriptor()), O_RDWR);
+    medium.descriptor = descriptor.get();
+
+    wipe_old_structures(medium);
+    hold.release();
+    make_file_system(medium, tools);
+    hold.takeBack(descriptor);
+    put_files(medium, tools, content);
+    // Last: until everything is there, nothing boots from the device.
+    write_first_track(medium, content);
+    flush(medium);
+    check_first_track(medium, content);
+    check_file_system(medium, tools, content);
+    reread_partition_table(hold);
+}
+
+} // namespace
+
+void run_format(const FormatRequest& request)
+{
+    if (request.showHelp) {
+        return say(format_help());
+    }
+
+    const FormatContent content = load_content(request.picture);
+    const FormatTools tools = find_tools();
+    Hold hold(request, request.emulate ? TargetDevice::Access::Read : TargetDevice::Access::Write);
+    const FormatLayout layout =
+        plan_layout(request.device, hold.device().sizeBytes(), hold.device().sectorSizeBytes());
+    check_room(request.device, layout, file_sizes(content));
+    say(one_line(describe(request, layout)));
+    if (request.emulate) {
+        return;
+    }
+    format(hold, {.name = request.device, .sizeBytes = hold.device().sizeBytes(), .layout = layout},
+           content, tools);
+    say(one_line(request.device + ": formatted"));
+}
