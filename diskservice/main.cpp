@@ -1,8 +1,8 @@
-#include "diskservice/block_device_source.h"
-#include "diskservice/device_monitor.h"
-#include "diskservice/disk_service.h"
-#include "diskservice/image_source.h"
+#include "diskservice/bus/bus_objects.h"
 #include "diskservice/options.h"
+#include "diskservice/source/block_device_source.h"
+#include "diskservice/source/device_monitor.h"
+#include "diskservice/source/image_source.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>

@@ -1,4 +1,4 @@
-#include "diskservice/device_properties.h"
+#include "diskservice/bus/device_properties.h"
 
 #include <QByteArray>
 #include <QDBusObjectPath>

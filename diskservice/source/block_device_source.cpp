@@ -1,8 +1,8 @@
-#include "diskservice/block_device_source.h"
+#include "diskservice/source/block_device_source.h"
 
-#include "diskservice/kernel_devices.h"
-#include "diskservice/sysfs.h"
-#include "diskservice/system_drives.h"
+#include "diskservice/source/kernel_devices.h"
+#include "diskservice/source/sysfs.h"
+#include "diskservice/source/system_drives.h"
 
 #include <sys/sysmacros.h>
 

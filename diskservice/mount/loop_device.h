@@ -1,7 +1,7 @@
 #pragma once
 
-#include "diskservice/content_probe.h"
-#include "diskservice/descriptor.h"
+#include "diskservice/source/content_probe.h"
+#include "posix/descriptor.h"
 
 #include <string>
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "diskservice/content_probe.h"
-#include "diskservice/device_record.h"
-#include "diskservice/notices.h"
 #include "diskservice/options.h"
+#include "diskservice/source/content_probe.h"
+#include "diskservice/source/device_record.h"
+#include "diskservice/source/notices.h"
 
 #include <sys/stat.h>
 #include <sys/types.h>

@@ -1,6 +1,6 @@
-#include "diskservice/image_source.h"
+#include "diskservice/source/image_source.h"
 
-#include "diskservice/descriptor.h"
+#include "posix/descriptor.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,7 +1,7 @@
-#include "diskservice/mount_table.h"
+#include "diskservice/mount/mount_table.h"
 
-#include "diskservice/image_source.h"
-#include "diskservice/sysfs.h"
+#include "diskservice/source/image_source.h"
+#include "diskservice/source/sysfs.h"
 
 #include <libmount.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "diskservice/device_monitor.h"
+#include "diskservice/source/device_monitor.h"
 
 #include <iostream>
 

@@ -1,4 +1,4 @@
-#include "diskservice/loop_device.h"
+#include "diskservice/mount/loop_device.h"
 
 #include <fcntl.h>
 #include <linux/loop.h>

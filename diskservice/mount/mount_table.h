@@ -1,6 +1,6 @@
 #pragma once
 
-#include "diskservice/device_record.h"
+#include "diskservice/source/device_record.h"
 
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
-#include "diskservice/kernel_devices.h"
+#include "diskservice/source/kernel_devices.h"
 
-#include "diskservice/sysfs.h"
+#include "diskservice/source/sysfs.h"
 
 #include <libudev.h>
 

@@ -1,7 +1,7 @@
-#include "diskservice/system_drives.h"
+#include "diskservice/source/system_drives.h"
 
-#include "diskservice/descriptor.h"
-#include "diskservice/sysfs.h"
+#include "diskservice/source/sysfs.h"
+#include "posix/descriptor.h"
 
 #include <fcntl.h>
 #include <libmount.h>

@@ -1,4 +1,4 @@
-#include "diskservice/content_probe.h"
+#include "diskservice/source/content_probe.h"
 
 #include <blkid/blkid.h>
 

@@ -1,7 +1,7 @@
-#include "diskservice/disk_service.h"
+#include "diskservice/bus/bus_objects.h"
 
-#include "diskservice/device_properties.h"
-#include "diskservice/mount_table.h"
+#include "diskservice/bus/device_properties.h"
+#include "diskservice/mount/mount_table.h"
 
 #include <QDBusError>
 #include <QDBusMetaType>

@@ -1,7 +1,7 @@
-#include "diskservice/drive_prober.h"
+#include "diskservice/source/drive_prober.h"
 
-#include "diskservice/content_probe.h"
-#include "diskservice/descriptor.h"
+#include "diskservice/source/content_probe.h"
+#include "posix/descriptor.h"
 
 #include <fcntl.h>
 #include <linux/cdrom.h>

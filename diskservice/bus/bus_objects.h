@@ -1,7 +1,7 @@
 #pragma once
 
-#include "diskservice/device_record.h"
-#include "diskservice/mounter.h"
+#include "diskservice/mount/media_mounter.h"
+#include "diskservice/source/device_record.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

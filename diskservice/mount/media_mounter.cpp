@@ -1,11 +1,11 @@
-#include "diskservice/mounter.h"
+#include "diskservice/mount/media_mounter.h"
 
-#include "diskservice/content_probe.h"
-#include "diskservice/descriptor.h"
-#include "diskservice/device_properties.h"
-#include "diskservice/image_source.h"
-#include "diskservice/loop_device.h"
-#include "diskservice/mount_table.h"
+#include "diskservice/bus/device_properties.h"
+#include "diskservice/mount/loop_device.h"
+#include "diskservice/mount/mount_table.h"
+#include "diskservice/source/content_probe.h"
+#include "diskservice/source/image_source.h"
+#include "posix/descriptor.h"
 
 #include <fcntl.h>
 #include <libmount.h>

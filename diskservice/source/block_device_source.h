@@ -1,8 +1,8 @@
 #pragma once
 
-#include "diskservice/device_record.h"
-#include "diskservice/drive_prober.h"
-#include "diskservice/notices.h"
+#include "diskservice/source/device_record.h"
+#include "diskservice/source/drive_prober.h"
+#include "diskservice/source/notices.h"
 
 #include <string>
 #include <utility>
