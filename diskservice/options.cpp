@@ -106,12 +106,6 @@ void refuse_clashes(const std::vector<ImageOption>& images)
 
 } // namespace
 
-std::string partition_stem(const std::string& image)
-{
-    const bool endsInDigit = image.back() >= '0' && image.back() <= '9';
-    return endsInDigit ? image + 'p' : image;
-}
-
 Options parse_options(const std::vector<std::string>& arguments)
 {
     Options options;

@@ -1,22 +1,10 @@
 #pragma once
 
-#include <cstdint>
+#include "diskservice/source/image_source.h"
+
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-/// An image file that is served as a drive.
-struct ImageOption {
-    std::string path; ///< Absolute; symbolic links are kept.
-    std::string model;
-    std::string serial;
-    std::uint32_t sectorSizeBytes = 512;
-    bool isOptical = false;
-};
-
-/// What the device files of an image's partitions begin with, before the number. It is the
-/// kernel's rule: "sda1", but "nvme0n1p1" after a digit.
-std::string partition_stem(const std::string& image);
 
 /// What the command line asks for.
 struct Options {

@@ -2,6 +2,7 @@
 
 #include "diskservice/bus/device_properties.h"
 #include "diskservice/mount/mount_table.h"
+#include "diskservice/source/device_text.h"
 
 #include <QDBusError>
 #include <QDBusMetaType>
@@ -262,12 +263,12 @@ QDBusMessage DiskService::mountOrUnmount(const QDBusMessage& call)
     try {
         if (call.member() == "FilesystemMount") {
             const QString type = arguments.first().toString();
-            return call.createReply(bus_text(mounter_.mount(device, type, options)));
+            return call.createReply(device_text(mounter_.mount(device, type, options)));
         }
         mounter_.unmount(device, options);
         return call.createReply();
     } catch (const MountFailure& failure) {
         return call.createErrorReply(failure.name(),
-                                     bus_text(device.deviceFile + ": " + failure.what()));
+                                     device_text(device.deviceFile + ": " + failure.what()));
     }
 }

@@ -1,6 +1,7 @@
 #include "diskservice/bus/device_properties.h"
 
-#include <QByteArray>
+#include "diskservice/source/device_text.h"
+
 #include <QDBusObjectPath>
 #include <QStringList>
 
@@ -16,18 +17,18 @@ QVariant bus_size(std::uint64_t value)
     return QVariant::fromValue<qulonglong>(value);
 }
 
-QStringList bus_texts(const std::vector<std::string>& list)
+QStringList device_texts(const std::vector<std::string>& list)
 {
     QStringList texts;
     for (const std::string& bytes : list) {
-        texts += bus_text(bytes);
+        texts += device_text(bytes);
     }
     return texts;
 }
 
 QVariantMap general_properties(const DeviceRecord& device)
 {
-    const QString deviceFile = bus_text(device.deviceFile);
+    const QString deviceFile = device_text(device.deviceFile);
     return {
         {"DeviceFile", deviceFile},
         {"DeviceFilePresentation", deviceFile},
@@ -40,7 +41,7 @@ QVariantMap general_properties(const DeviceRecord& device)
         {"DeviceIsReadOnly", device.isReadOnly},
         {"DeviceIsSystemInternal", device.isSystemInternal},
         {"DeviceIsMounted", !device.mountPaths.empty()},
-        {"DeviceMountPaths", bus_texts(device.mountPaths)},
+        {"DeviceMountPaths", device_texts(device.mountPaths)},
         {"DeviceSize", bus_size(device.sizeBytes)},
         {"DeviceBlockSize", bus_size(device.blockSizeBytes)},
     };
@@ -49,9 +50,9 @@ QVariantMap general_properties(const DeviceRecord& device)
 QVariantMap content_properties(const Content& content)
 {
     return {
-        {"IdUsage", bus_text(content.usage)},     {"IdType", bus_text(content.type)},
-        {"IdVersion", bus_text(content.version)}, {"IdUuid", bus_text(content.uuid)},
-        {"IdLabel", bus_text(content.label)},
+        {"IdUsage", device_text(content.usage)},     {"IdType", device_text(content.type)},
+        {"IdVersion", device_text(content.version)}, {"IdUuid", device_text(content.uuid)},
+        {"IdLabel", device_text(content.label)},
     };
 }
 
@@ -61,10 +62,10 @@ QVariantMap partition_properties(const PartitionPlace& place)
         place.driveDeviceFile.empty() ? QStringLiteral("/") : object_path(place.driveDeviceFile);
     return {
         {"PartitionSlave", QVariant::fromValue(QDBusObjectPath(slave))},
-        {"PartitionScheme", bus_text(place.entry.scheme)},
-        {"PartitionType", bus_text(place.entry.type)},
-        {"PartitionLabel", bus_text(place.entry.label)},
-        {"PartitionUuid", bus_text(place.entry.uuid)},
+        {"PartitionScheme", device_text(place.entry.scheme)},
+        {"PartitionType", device_text(place.entry.type)},
+        {"PartitionLabel", device_text(place.entry.label)},
+        {"PartitionUuid", device_text(place.entry.uuid)},
         {"PartitionNumber", place.entry.number},
         {"PartitionOffset", bus_size(place.entry.offsetBytes)},
         {"PartitionSize", bus_size(place.entry.sizeBytes)},
@@ -75,13 +76,13 @@ QVariantMap drive_properties(const DeviceRecord& device)
 {
     const PartitionTable table = device.table.value_or(PartitionTable());
     return {
-        {"PartitionTableScheme", bus_text(table.scheme)},
+        {"PartitionTableScheme", device_text(table.scheme)},
         {"PartitionTableCount", static_cast<int>(table.entries.size())},
-        {"DriveVendor", bus_text(device.identity.vendor)},
-        {"DriveModel", bus_text(device.identity.model)},
-        {"DriveSerial", bus_text(device.identity.serial)},
-        {"DriveRevision", bus_text(device.identity.revision)},
-        {"DriveConnectionInterface", bus_text(device.identity.connectionInterface)},
+        {"DriveVendor", device_text(device.identity.vendor)},
+        {"DriveModel", device_text(device.identity.model)},
+        {"DriveSerial", device_text(device.identity.serial)},
+        {"DriveRevision", device_text(device.identity.revision)},
+        {"DriveConnectionInterface", device_text(device.identity.connectionInterface)},
     };
 }
 
@@ -91,12 +92,6 @@ bool is_ascii_letter_or_digit(char c)
 }
 
 } // namespace
-
-QString bus_text(const std::string& bytes)
-{
-    const QByteArray raw = QByteArray::fromStdString(bytes);
-    return raw.isValidUtf8() ? QString::fromUtf8(raw) : QString::fromLatin1(raw);
-}
 
 QString object_path(const std::string& deviceFile)
 {

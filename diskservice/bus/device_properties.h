@@ -11,10 +11,6 @@
 /// Below this object path lie the devices; without a slash at its end.
 extern const QString kDevicesPath;
 
-/// Text on the bus is UTF-8, and the bus cuts off whoever sends anything else. Bytes that
-/// are no UTF-8 are taken as Latin-1, which can hold any byte.
-QString bus_text(const std::string& bytes);
-
 /// The object path of the device with this device file: its name below /dev, of any other
 /// file the file name, each byte other than an ASCII letter or digit written as _xx (two
 /// hexadecimal digits). Images whose names would clash are refused at start.

@@ -1,9 +1,9 @@
 #include "diskservice/mount/media_mounter.h"
 
-#include "diskservice/bus/device_properties.h"
 #include "diskservice/mount/loop_device.h"
 #include "diskservice/mount/mount_table.h"
 #include "diskservice/source/content_probe.h"
+#include "diskservice/source/device_text.h"
 #include "diskservice/source/image_source.h"
 #include "posix/descriptor.h"
 
@@ -126,7 +126,7 @@ QString directory_name(const Content& content)
 {
     constexpr int kMaxCharacters = 64;
     constexpr char16_t kLastLatin1 = 0xFF;
-    QString name = bus_text(content.label.empty() ? content.uuid : content.label);
+    QString name = device_text(content.label.empty() ? content.uuid : content.label);
     name.truncate(kMaxCharacters);
     for (QChar& c : name) {
         if (c == '/' || !c.isPrint() || c > kLastLatin1) {

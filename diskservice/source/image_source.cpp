@@ -61,6 +61,12 @@ bool is_settled(const struct stat& status)
 
 } // namespace
 
+std::string partition_stem(const std::string& image)
+{
+    const bool endsInDigit = image.back() >= '0' && image.back() <= '9';
+    return endsInDigit ? image + 'p' : image;
+}
+
 ImageRange image_range(const DeviceRecord& device)
 {
     return device.place ? ImageRange{device.place->driveDeviceFile, device.place->entry.offsetBytes}

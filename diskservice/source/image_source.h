@@ -1,6 +1,5 @@
 #pragma once
 
-#include "diskservice/options.h"
 #include "diskservice/source/content_probe.h"
 #include "diskservice/source/device_record.h"
 #include "diskservice/source/notices.h"
@@ -15,6 +14,19 @@
 #include <tuple>
 #include <utility>
 #include <vector>
+
+/// An image file that is served as a drive.
+struct ImageOption {
+    std::string path; ///< Absolute; symbolic links are kept.
+    std::string model;
+    std::string serial;
+    std::uint32_t sectorSizeBytes = 512;
+    bool isOptical = false;
+};
+
+/// What the device files of an image's partitions begin with, before the number. It is the
+/// kernel's rule: "sda1", but "nvme0n1p1" after a digit.
+std::string partition_stem(const std::string& image);
 
 /// A place in an image file.
 struct ImageRange {
