@@ -3,6 +3,7 @@
 #include "diskservice/source/block_device_source.h"
 #include "diskservice/source/device_monitor.h"
 #include "diskservice/source/image_source.h"
+#include "posix/exit_code.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -22,13 +23,6 @@
 // diskservice: lists drives on the message bus; see diskservice(8).
 
 namespace {
-
-/// Exit codes, as the manual page lists them.
-enum class ExitCode {
-    Success = 0, ///< Ended by SIGTERM or SIGINT, or the text that was asked for is shown.
-    Failure = 1, ///< The bus cannot be used, or has gone.
-    Usage = 2,   ///< The command line makes no sense.
-};
 
 ExitCode fail(const QString& message)
 {

@@ -1,18 +1,13 @@
 #pragma once
 
+#include "posix/exit_code.h"
+
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
 // How the helper programs fail: anything that ends a run is thrown as a Failure and
 // becomes one message line and an exit code in main().
-
-/// Exit codes of the helper programs.
-enum class ExitCode {
-    Success = 0,
-    Failure = 1, ///< The work was not done, or not all of it.
-    Usage = 2,   ///< The arguments are wrong; nothing was touched.
-};
 
 /// The text with "?" for each control character: a path can hold any byte, and a message stays
 /// one line that does nothing to a terminal.

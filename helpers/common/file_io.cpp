@@ -9,18 +9,6 @@
 
 #include <cerrno>
 
-Descriptor::~Descriptor()
-{
-    if (descriptor_ >= 0) {
-        ::close(descriptor_);
-    }
-}
-
-std::string Descriptor::procName() const
-{
-    return "/proc/self/fd/" + std::to_string(descriptor_);
-}
-
 Descriptor open_file(const std::string& path, int flags)
 {
     Descriptor result(::open(path.c_str(), flags | O_CLOEXEC));

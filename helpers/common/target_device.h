@@ -1,6 +1,6 @@
 #pragma once
 
-#include "helpers/common/file_io.h"
+#include "posix/descriptor.h"
 
 #include <chrono>
 #include <cstdint>
