@@ -1,7 +1,7 @@
 #include "helpers/format/child_process.h"
 
 #include "helpers/common/failure.h"
-#include "helpers/common/file_io.h"
+#include "helpers/format/file_io.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>

@@ -1,7 +1,7 @@
 #include "helpers/format/content.h"
 
 #include "helpers/common/failure.h"
-#include "helpers/common/file_io.h"
+#include "helpers/format/file_io.h"
 #include "helpers/format/layout.h"
 
 #include <fcntl.h>

@@ -1,8 +1,8 @@
 #include "helpers/format/medium.h"
 
 #include "helpers/common/failure.h"
-#include "helpers/common/file_io.h"
 #include "helpers/format/child_process.h"
+#include "helpers/format/file_io.h"
 
 #include <cstring>
 #include <string_view>

@@ -1,7 +1,7 @@
 #include "helpers/format/medium.h"
 
 #include "helpers/common/failure.h"
-#include "helpers/common/file_io.h"
+#include "helpers/format/file_io.h"
 
 #include <blkid/blkid.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "helpers/common/file_io.h"
+#include "helpers/format/file_io.h"
 
 #include "helpers/common/failure.h"
 
