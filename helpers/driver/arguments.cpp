@@ -77,24 +77,24 @@ std::string parse_pattern(const std::string& text)
 
 } // namespace
 
-std::optional<DriverRequest> parse_driver_request(const std::vector<std::string>& arguments)
+std::optional<DriverArguments> parse_driver_arguments(const std::vector<std::string>& words)
 {
-    if (std::ranges::find(arguments, "--help") != arguments.end()) {
+    if (std::ranges::find(words, "--help") != words.end()) {
         return std::nullopt;
     }
 
-    const Values values = split_arguments(arguments);
-    DriverRequest request;
-    request.devicePath = values.at("device");
-    if (request.devicePath.empty()) {
+    const Values values = split_arguments(words);
+    DriverArguments arguments;
+    arguments.devicePath = values.at("device");
+    if (arguments.devicePath.empty()) {
         throw usage_error("device: '' is not a path");
     }
-    request.access = parse_mode(values.at("mode"));
-    request.sectorsPerStep = parse_sectors_per_step(values.at("sectorsPerTime"));
-    if (request.access == TargetDevice::Access::Write) {
-        request.pattern = parse_pattern(values.at("pattern"));
+    arguments.access = parse_mode(values.at("mode"));
+    arguments.sectorsPerStep = parse_sectors_per_step(values.at("sectorsPerTime"));
+    if (arguments.access == TargetDevice::Access::Write) {
+        arguments.pattern = parse_pattern(values.at("pattern"));
     }
-    return request;
+    return arguments;
 }
 
 std::string driver_help()

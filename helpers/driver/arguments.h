@@ -9,18 +9,18 @@
 
 /// What the user asks the driver to do; all of it is checked, except whether the device
 /// exists and may be used.
-struct DriverRequest {
+struct DriverArguments {
     std::string devicePath;
     TargetDevice::Access access = TargetDevice::Access::Read;
     std::string pattern; ///< Pattern bytes; never empty when writing, not used when reading.
     std::uint32_t sectorsPerStep = 0;
 };
 
-/// Reads the program's arguments (without its name), which may come in any order. No value
+/// Reads the words after the program's name, which may come in any order. No value
 /// means that the user asks for the help text. Throws Failure with ExitCode::Usage when an
 /// argument is unknown, missing, repeated or malformed; nothing is opened.
-[[nodiscard]] std::optional<DriverRequest>
-parse_driver_request(const std::vector<std::string>& arguments);
+[[nodiscard]] std::optional<DriverArguments>
+parse_driver_arguments(const std::vector<std::string>& words);
 
 /// The text of --help.
 [[nodiscard]] std::string driver_help();

@@ -28,16 +28,16 @@ bool is_refusal(ssize_t result)
 // In the ring, requests that the kernel cannot start without waiting go to threads of its own.
 // On a zram device and two cores that made reading faster than plain calls, 28 instead of 17 GB/s,
 // and writing slower, 10 instead of 12.
-DeviceTransfer::DeviceTransfer(const TargetDevice& device, TargetDevice::Access access,
-                               std::span<char> memory)
+DeviceQueue::DeviceQueue(const TargetDevice& device, TargetDevice::Access access,
+                         std::span<char> memory)
     : device_(device), isDirect_(setDirect(true)),
-      ring_(isDirect_ ? RequestRing::open(device.descriptor(), memory) : nullptr),
+      ring_(isDirect_ ? IoRing::open(device.descriptor(), memory) : nullptr),
       isAsynchronous_(is_asynchronous(device.descriptor(), memory, device.sectorSizeBytes())),
       isRingInUse_(ring_ && (isAsynchronous_ || access == TargetDevice::Access::Read))
 {
 }
 
-void DeviceTransfer::start(const DriveRequest& request)
+void DeviceQueue::start(const IoRequest& request)
 {
     if (startInRing(request)) {
         started_.push_back({request, std::nullopt});
@@ -46,7 +46,7 @@ void DeviceTransfer::start(const DriveRequest& request)
     }
 }
 
-ssize_t DeviceTransfer::finishOldest()
+ssize_t DeviceQueue::finishOldest()
 {
     const Started oldest = started_.front();
     started_.pop_front();
@@ -57,7 +57,7 @@ ssize_t DeviceTransfer::finishOldest()
     return is_refusal(moved) ? transfer(oldest.request) : moved;
 }
 
-ssize_t DeviceTransfer::transfer(const DriveRequest& request)
+ssize_t DeviceQueue::transfer(const IoRequest& request)
 {
     ssize_t moved = transferOnce(request);
     if (is_refusal(moved) && isDirect_) {
@@ -70,7 +70,7 @@ ssize_t DeviceTransfer::transfer(const DriveRequest& request)
     return moved;
 }
 
-int DeviceTransfer::flush()
+int DeviceQueue::flush()
 {
     if (isWritten_ && ::fsync(device_.descriptor()) != 0) {
         // The kernel reports a failed write-back once (fsync(2)); this reports it for good.
@@ -82,12 +82,12 @@ int DeviceTransfer::flush()
     return flushError_;
 }
 
-std::uint64_t DeviceTransfer::currentSizeBytes() const
+std::uint64_t DeviceQueue::currentSizeBytes() const
 {
     return device_.currentSizeBytes();
 }
 
-bool DeviceTransfer::startInRing(const DriveRequest& request)
+bool DeviceQueue::startInRing(const IoRequest& request)
 {
     if (isRingInUse_ && isDirect_) {
         isWritten_ = isWritten_ || request.access == TargetDevice::Access::Write;
@@ -99,7 +99,7 @@ bool DeviceTransfer::startInRing(const DriveRequest& request)
     return false;
 }
 
-ssize_t DeviceTransfer::transferOnce(const DriveRequest& request)
+ssize_t DeviceQueue::transferOnce(const IoRequest& request)
 {
     const bool isWrite = request.access == TargetDevice::Access::Write;
     isWritten_ = isWritten_ || isWrite;
@@ -113,21 +113,21 @@ ssize_t DeviceTransfer::transferOnce(const DriveRequest& request)
     return moved < 0 ? -errno : moved;
 }
 
-bool DeviceTransfer::setDirect(bool direct) const
+bool DeviceQueue::setDirect(bool direct) const
 {
     const int flags = ::fcntl(device_.descriptor(), F_GETFL);
     const int wanted = direct ? flags | O_DIRECT : flags & ~O_DIRECT;
     return flags >= 0 && ::fcntl(device_.descriptor(), F_SETFL, wanted) == 0;
 }
 
-void DeviceTransfer::useBuffered()
+void DeviceQueue::useBuffered()
 {
     isDirect_ = false;
     // Should it stay direct after all, the next transfer fails and is counted as such.
     static_cast<void>(setDirect(false));
 }
 
-void DeviceTransfer::trimPageCache(std::size_t movedBytes)
+void DeviceQueue::trimPageCache(std::size_t movedBytes)
 {
     cachedBytes_ += movedBytes;
     if (cachedBytes_ >= kMaxCachedBytes) {
@@ -136,7 +136,7 @@ void DeviceTransfer::trimPageCache(std::size_t movedBytes)
     }
 }
 
-void DeviceTransfer::dropPageCache() const
+void DeviceQueue::dropPageCache() const
 {
     // Only advice: a refusal costs memory of the page cache, nothing else.
     static_cast<void>(::posix_fadvise(device_.descriptor(), 0, 0, POSIX_FADV_DONTNEED));

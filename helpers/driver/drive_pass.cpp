@@ -35,20 +35,20 @@ const char* participle(TargetDevice::Access access)
 
 } // namespace
 
-Pass::Pass(const DriverPlan& plan, Marks marks, const DriverMemory& memory, DriveTarget& target,
-           ShowPercent showPercent)
-    : plan_(plan), marks_(std::move(marks)), memory_(memory), target_(target),
+DrivePass::DrivePass(const RunPlan& plan, Marks marks, const IoMemory& memory, RequestQueue& queue,
+                     ShowPercent showPercent)
+    : plan_(plan), marks_(std::move(marks)), memory_(memory), queue_(queue),
       showPercent_(std::move(showPercent))
 {
 }
 
-void Pass::run()
+void DrivePass::run()
 {
     // Before the first write, so that a run that nobody listens to ends here.
     showProgress(0);
     run_requests(
-        target_, kDepth, [this](std::size_t slot) { return nextRequest(slot); },
-        [this](const DriveRequest& request, ssize_t moved) { finishRequest(request, moved); });
+        queue_, kDepth, [this](std::size_t slot) { return nextRequest(slot); },
+        [this](const IoRequest& request, ssize_t moved) { finishRequest(request, moved); });
     if (plan_.access == TargetDevice::Access::Write) {
         finishWriting();
     }
@@ -57,7 +57,7 @@ void Pass::run()
     showPercent_(kAllDone);
 }
 
-std::optional<DriveRequest> Pass::nextRequest(std::size_t slot)
+std::optional<IoRequest> DrivePass::nextRequest(std::size_t slot)
 {
     placeMarks();
     if (nextOffset_ == plan_.sizeBytes) {
@@ -69,13 +69,12 @@ std::optional<DriveRequest> Pass::nextRequest(std::size_t slot)
     char* const memory = plan_.access == TargetDevice::Access::Read
                              ? memory_.part(slot, plan_.requestBytes)
                              : memory_.request();
-    return DriveRequest{plan_.access, offset, static_cast<std::size_t>(nextOffset_ - offset),
-                        memory};
+    return IoRequest{plan_.access, offset, static_cast<std::size_t>(nextOffset_ - offset), memory};
 }
 
 // Requests end at multiples of their size also behind a mark, so that they stay aligned to the
 // physical sectors. The trailing part of a sector is one of its own: it cannot be direct I/O.
-std::uint64_t Pass::requestEnd(std::uint64_t offset) const
+std::uint64_t DrivePass::requestEnd(std::uint64_t offset) const
 {
     const std::uint64_t wholeSectors = plan_.sectorCount() * plan_.sectorSizeBytes;
     if (offset == wholeSectors) {
@@ -86,7 +85,7 @@ std::uint64_t Pass::requestEnd(std::uint64_t offset) const
     return std::min(end, offset - offset % plan_.requestBytes + plan_.requestBytes);
 }
 
-void Pass::placeMarks()
+void DrivePass::placeMarks()
 {
     const std::uint32_t length = plan_.sectorSizeBytes;
     for (; marks_.contains(nextOffset_ / length); nextOffset_ += length) {
@@ -100,7 +99,7 @@ void Pass::placeMarks()
 }
 
 // Marks never stay where a sector can be written, whatever was found before.
-void Pass::overwriteMarks()
+void DrivePass::overwriteMarks()
 {
     const std::uint32_t length = plan_.sectorSizeBytes;
     for (const std::uint64_t sector : placedMarks_) {
@@ -108,15 +107,15 @@ void Pass::overwriteMarks()
     }
 }
 
-void Pass::finishWriting()
+void DrivePass::finishWriting()
 {
-    ReadBack readBack(plan_, memory_, target_);
+    ReadBack readBack(plan_, memory_, queue_);
     std::string lost;
-    if (target_.flush() == 0 && badSectors_ == 0) {
+    if (queue_.flush() == 0 && badSectors_ == 0) {
         lost = readBack.findLostWrites(sampleSectors(), marks_);
     }
     overwriteMarks();
-    const int error = target_.flush();
+    const int error = queue_.flush();
     if (badSectors_ != 0) {
         return; // tells more
     }
@@ -132,7 +131,7 @@ void Pass::finishWriting()
     }
 }
 
-std::vector<std::uint64_t> Pass::sampleSectors() const
+std::vector<std::uint64_t> DrivePass::sampleSectors() const
 {
     std::vector<std::uint64_t> all;
     std::ranges::set_union(spread_sectors(plan_.sectorCount(), kSamples), marks_.sectors(),
@@ -140,7 +139,7 @@ std::vector<std::uint64_t> Pass::sampleSectors() const
     return all;
 }
 
-void Pass::finishRequest(const DriveRequest& request, ssize_t moved)
+void DrivePass::finishRequest(const IoRequest& request, ssize_t moved)
 {
     if (moved < 0) {
         throwIfGone(static_cast<int>(-moved));
@@ -151,10 +150,10 @@ void Pass::finishRequest(const DriveRequest& request, ssize_t moved)
     showProgress(request.offsetBytes + request.lengthBytes);
 }
 
-void Pass::redoBySteps(const DriveRequest& failed)
+void DrivePass::redoBySteps(const IoRequest& failed)
 {
     for (std::size_t done = 0; done < failed.lengthBytes; done += plan_.stepBytes) {
-        DriveRequest step = failed;
+        IoRequest step = failed;
         step.offsetBytes += done;
         step.lengthBytes = std::min<std::size_t>(plan_.stepBytes, failed.lengthBytes - done);
         if (transferWhole(step) != 0) {
@@ -163,10 +162,10 @@ void Pass::redoBySteps(const DriveRequest& failed)
     }
 }
 
-void Pass::redoBySectors(const DriveRequest& failed)
+void DrivePass::redoBySectors(const IoRequest& failed)
 {
     for (std::size_t done = 0; done < failed.lengthBytes; done += plan_.sectorSizeBytes) {
-        DriveRequest sector = failed;
+        IoRequest sector = failed;
         sector.offsetBytes += done;
         sector.lengthBytes =
             std::min<std::size_t>(plan_.sectorSizeBytes, failed.lengthBytes - done);
@@ -174,7 +173,7 @@ void Pass::redoBySectors(const DriveRequest& failed)
     }
 }
 
-bool Pass::isMoved(const DriveRequest& sector)
+bool DrivePass::isMoved(const IoRequest& sector)
 {
     const int error = transferWhole(sector);
     if (error != 0) {
@@ -183,10 +182,10 @@ bool Pass::isMoved(const DriveRequest& sector)
     return error == 0;
 }
 
-int Pass::transferWhole(DriveRequest request)
+int DrivePass::transferWhole(IoRequest request)
 {
     while (request.lengthBytes > 0) {
-        const ssize_t moved = target_.transfer(request);
+        const ssize_t moved = queue_.transfer(request);
         if (moved <= 0) {
             const int error = moved < 0 ? static_cast<int>(-moved) : EIO;
             throwIfGone(error);
@@ -199,7 +198,7 @@ int Pass::transferWhole(DriveRequest request)
     return 0;
 }
 
-void Pass::throwIfAnyBad() const
+void DrivePass::throwIfAnyBad() const
 {
     if (badSectors_ != 0) {
         throw Failure(std::to_string(badSectors_) + " sectors could not be " +
@@ -209,7 +208,7 @@ void Pass::throwIfAnyBad() const
     }
 }
 
-void Pass::passOver(std::uint64_t offset, int error)
+void DrivePass::passOver(std::uint64_t offset, int error)
 {
     const std::uint64_t sector = offset / plan_.sectorSizeBytes;
     // Marks are written ahead of the requests on their way.
@@ -220,7 +219,7 @@ void Pass::passOver(std::uint64_t offset, int error)
 }
 
 // A drive that was pulled out fails with one of these, or with EIO and no size left.
-void Pass::throwIfGone(int error) const
+void DrivePass::throwIfGone(int error) const
 {
     if (error == ENODEV || error == ENXIO) {
         throw system_failure(plan_.path, verb(plan_.access), error);
@@ -228,9 +227,9 @@ void Pass::throwIfGone(int error) const
     checkSize();
 }
 
-void Pass::checkSize() const
+void DrivePass::checkSize() const
 {
-    const std::uint64_t size = target_.currentSizeBytes();
+    const std::uint64_t size = queue_.currentSizeBytes();
     if (size == plan_.sizeBytes) {
         return;
     }
@@ -242,7 +241,7 @@ void Pass::checkSize() const
                   std::to_string(size) + " bytes");
 }
 
-void Pass::showProgress(std::uint64_t doneBytes)
+void DrivePass::showProgress(std::uint64_t doneBytes)
 {
     // Does not overflow below 184 petabytes.
     const auto percent = static_cast<unsigned>(doneBytes * kAllDone / plan_.sizeBytes);

@@ -9,7 +9,7 @@
 #include <optional>
 #include <vector>
 
-class DriverMemory;
+class IoMemory;
 
 /// Goes over a drive once, from the first byte to the last, and proves afterwards that what
 /// was written is there.
@@ -17,33 +17,33 @@ class DriverMemory;
 /// A request that fails is done again step by step, and a step that fails sector by sector;
 /// the sectors that fail even so are counted and passed over, so that a bad one does not
 /// save the rest from being erased.
-class Pass {
+class DrivePass {
 public:
     /// Called with 0 to 100, only when the value changes; 100 only at the end of run().
     using ShowPercent = std::function<void(unsigned percent)>;
 
     /// The memory holds the pattern when the plan is to write. All references must outlive
     /// the pass.
-    Pass(const DriverPlan& plan, Marks marks, const DriverMemory& memory, DriveTarget& target,
-         ShowPercent showPercent);
+    DrivePass(const RunPlan& plan, Marks marks, const IoMemory& memory, RequestQueue& queue,
+              ShowPercent showPercent);
 
     /// Throws Failure unless all of the drive was read, or written, flushed and found there:
     /// at once when the drive has gone or its size changed, else at the end.
     void run();
 
 private:
-    [[nodiscard]] std::optional<DriveRequest> nextRequest(std::size_t slot);
+    [[nodiscard]] std::optional<IoRequest> nextRequest(std::size_t slot);
     [[nodiscard]] std::uint64_t requestEnd(std::uint64_t offset) const;
     void placeMarks();
     void overwriteMarks();
     void finishWriting();
     [[nodiscard]] std::vector<std::uint64_t> sampleSectors() const;
 
-    void finishRequest(const DriveRequest& request, ssize_t moved);
-    void redoBySteps(const DriveRequest& failed);
-    void redoBySectors(const DriveRequest& failed);
-    [[nodiscard]] bool isMoved(const DriveRequest& sector);
-    [[nodiscard]] int transferWhole(DriveRequest request);
+    void finishRequest(const IoRequest& request, ssize_t moved);
+    void redoBySteps(const IoRequest& failed);
+    void redoBySectors(const IoRequest& failed);
+    [[nodiscard]] bool isMoved(const IoRequest& sector);
+    [[nodiscard]] int transferWhole(IoRequest request);
 
     void throwIfAnyBad() const;
     void passOver(std::uint64_t offset, int error);
@@ -51,10 +51,10 @@ private:
     void checkSize() const;
     void showProgress(std::uint64_t doneBytes);
 
-    const DriverPlan& plan_;
+    const RunPlan& plan_;
     Marks marks_;
-    const DriverMemory& memory_;
-    DriveTarget& target_;
+    const IoMemory& memory_;
+    RequestQueue& queue_;
     ShowPercent showPercent_;
     unsigned shownPercent_ = ~0U; // none yet
     std::uint64_t nextOffset_ = 0;

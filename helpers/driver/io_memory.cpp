@@ -32,9 +32,9 @@ std::size_t round_up(std::size_t value, std::size_t unit)
 
 } // namespace
 
-DriverMemory::DriverMemory(const DriverPlan& plan, const std::string& pattern)
+IoMemory::IoMemory(const RunPlan& plan, const std::string& pattern)
     : requestBytes_(round_up(plan.requestBytes, kMinAlignment)), sectorBytes_(plan.sectorSizeBytes),
-      sizeBytes_(requestBytes_ + DriveTarget::kMaxDepth * sectorBytes_),
+      sizeBytes_(requestBytes_ + RequestQueue::kMaxDepth * sectorBytes_),
       memory_(allocate_aligned(std::max(kMinAlignment, sectorBytes_), sizeBytes_), &std::free)
 {
     if (!pattern.empty()) {
@@ -44,7 +44,7 @@ DriverMemory::DriverMemory(const DriverPlan& plan, const std::string& pattern)
     }
 }
 
-char* DriverMemory::sector(std::size_t slot) const
+char* IoMemory::sector(std::size_t slot) const
 {
     return memory_.get() + requestBytes_ + slot * sectorBytes_;
 }

@@ -5,15 +5,15 @@
 #include <span>
 #include <string>
 
-struct DriverPlan;
+struct RunPlan;
 
 /// All memory that a run reads into or writes from: one request full of the pattern, and
 /// single sectors. It is aligned for direct I/O, and its size does not depend on the drive's.
-class DriverMemory {
+class IoMemory {
 public:
     /// Fills the request with the pattern, every sector starting it anew; with an empty one
     /// (for reading) it stays zero.
-    DriverMemory(const DriverPlan& plan, const std::string& pattern);
+    IoMemory(const RunPlan& plan, const std::string& pattern);
 
     [[nodiscard]] std::span<char> whole() const { return {memory_.get(), sizeBytes_}; }
 
@@ -28,7 +28,7 @@ public:
         return request() + slot % (requestBytes_ / bytes) * bytes;
     }
 
-    /// One sector of its own for each slot below DriveTarget::kMaxDepth.
+    /// One sector of its own for each slot below RequestQueue::kMaxDepth.
     [[nodiscard]] char* sector(std::size_t slot) const;
 
 private:

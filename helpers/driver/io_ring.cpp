@@ -20,27 +20,27 @@ bool register_resources(io_uring& ring, int descriptor, std::span<char> memory)
 
 } // namespace
 
-std::unique_ptr<RequestRing> RequestRing::open(int descriptor, std::span<char> memory)
+std::unique_ptr<IoRing> IoRing::open(int descriptor, std::span<char> memory)
 {
     io_uring ring = {};
-    if (::io_uring_queue_init(DriveTarget::kMaxDepth, &ring, 0) != 0) {
+    if (::io_uring_queue_init(RequestQueue::kMaxDepth, &ring, 0) != 0) {
         return nullptr;
     }
     if (!register_resources(ring, descriptor, memory)) {
         ::io_uring_queue_exit(&ring);
         return nullptr;
     }
-    std::unique_ptr<RequestRing> result(new RequestRing);
+    std::unique_ptr<IoRing> result(new IoRing);
     result->ring_ = ring;
     return result;
 }
 
-RequestRing::~RequestRing()
+IoRing::~IoRing()
 {
     ::io_uring_queue_exit(&ring_);
 }
 
-bool RequestRing::start(const DriveRequest& request)
+bool IoRing::start(const IoRequest& request)
 {
     io_uring_sqe* const entry = ::io_uring_get_sqe(&ring_);
     if (entry == nullptr) {
@@ -65,7 +65,7 @@ bool RequestRing::start(const DriveRequest& request)
     return true;
 }
 
-ssize_t RequestRing::finishOldest()
+ssize_t IoRing::finishOldest()
 {
     const std::optional<ssize_t>& oldest = results_.at(finished_ % results_.size());
     while (!oldest) {
@@ -82,7 +82,7 @@ ssize_t RequestRing::finishOldest()
     return *oldest;
 }
 
-void RequestRing::collect(const io_uring_cqe& completion)
+void IoRing::collect(const io_uring_cqe& completion)
 {
     results_.at(static_cast<std::size_t>(completion.user_data)) = completion.res;
 }

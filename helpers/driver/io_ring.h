@@ -13,27 +13,27 @@
 /// registered, so that the kernel looks both up only once.
 ///
 /// Results are given in the order of the starts, in whichever order the drive finishes.
-class RequestRing {
+class IoRing {
 public:
     /// None when the kernel or a seccomp filter refuses. Both must outlive the ring.
-    [[nodiscard]] static std::unique_ptr<RequestRing> open(int descriptor, std::span<char> memory);
+    [[nodiscard]] static std::unique_ptr<IoRing> open(int descriptor, std::span<char> memory);
 
-    ~RequestRing();
-    RequestRing(const RequestRing&) = delete;
-    RequestRing& operator=(const RequestRing&) = delete;
+    ~IoRing();
+    IoRing(const IoRing&) = delete;
+    IoRing& operator=(const IoRing&) = delete;
 
-    /// At most DriveTarget::kMaxDepth may be on their way. False when the kernel did not take it.
-    [[nodiscard]] bool start(const DriveRequest& request);
+    /// At most RequestQueue::kMaxDepth may be on their way. False when the kernel did not take it.
+    [[nodiscard]] bool start(const IoRequest& request);
 
-    /// Waits for the oldest; as DriveTarget::finishOldest().
+    /// Waits for the oldest; as RequestQueue::finishOldest().
     [[nodiscard]] ssize_t finishOldest();
 
 private:
-    RequestRing() = default;
+    IoRing() = default;
     void collect(const io_uring_cqe& completion);
 
     io_uring ring_ = {};
-    std::array<std::optional<ssize_t>, DriveTarget::kMaxDepth> results_;
+    std::array<std::optional<ssize_t>, RequestQueue::kMaxDepth> results_;
     std::size_t started_ = 0;
     std::size_t finished_ = 0;
 };

@@ -29,9 +29,9 @@ int main(int argc, char* argv[])
     try {
         prepare_process();
         std::signal(SIGPIPE, SIG_IGN); // a broken pipe is a failed write
-        const auto request = parse_driver_request({argv + std::min(argc, 1), argv + argc});
-        if (request) {
-            run_driver(*request);
+        const auto arguments = parse_driver_arguments({argv + std::min(argc, 1), argv + argc});
+        if (arguments) {
+            run_driver(*arguments);
         } else {
             write_output(driver_help());
         }

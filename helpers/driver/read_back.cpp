@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <system_error>
 
-ReadBack::ReadBack(const DriverPlan& plan, const DriverMemory& memory, DriveTarget& target)
-    : plan_(plan), memory_(memory), target_(target)
+ReadBack::ReadBack(const RunPlan& plan, const IoMemory& memory, RequestQueue& queue)
+    : plan_(plan), memory_(memory), queue_(queue)
 {
 }
 
@@ -18,15 +18,15 @@ std::string ReadBack::findLostWrites(const std::vector<std::uint64_t>& sectors, 
     std::uint64_t lost = 0;
     std::string first;
     auto sector = sectors.begin();
-    const NextRequest next = [&](std::size_t slot) -> std::optional<DriveRequest> {
+    const NextRequest next = [&](std::size_t slot) -> std::optional<IoRequest> {
         if (sector == sectors.end()) {
             return std::nullopt;
         }
-        return DriveRequest{TargetDevice::Access::Read, *sector++ * length, length,
-                            memory_.sector(slot)};
+        return IoRequest{TargetDevice::Access::Read, *sector++ * length, length,
+                         memory_.sector(slot)};
     };
     run_requests(
-        target_, DriveTarget::kMaxDepth, next, [&](const DriveRequest& request, ssize_t result) {
+        queue_, RequestQueue::kMaxDepth, next, [&](const IoRequest& request, ssize_t result) {
             const std::uint64_t number = request.offsetBytes / length;
             const bool isRead = result == static_cast<ssize_t>(length);
             if (isRead && holdsWhatWasWritten(number, request.memory, marks)) {

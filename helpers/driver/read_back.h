@@ -6,16 +6,16 @@
 #include <string>
 #include <vector>
 
-class DriverMemory;
+class IoMemory;
 class Marks;
-struct DriverPlan;
+struct RunPlan;
 
 /// Looks at what a drive holds after a writing pass and a flush: a drive that drops writes,
 /// or has less room than it says, reports success for every one of them.
 class ReadBack {
 public:
     /// All must outlive this.
-    ReadBack(const DriverPlan& plan, const DriverMemory& memory, DriveTarget& target);
+    ReadBack(const RunPlan& plan, const IoMemory& memory, RequestQueue& queue);
 
     /// Reads the sectors and compares them with the marks, where there is one, else with the
     /// pattern. Gives what is wrong, for the user, or an empty text.
@@ -26,7 +26,7 @@ private:
     [[nodiscard]] bool holdsWhatWasWritten(std::uint64_t sector, const char* content,
                                            const Marks& marks) const;
 
-    const DriverPlan& plan_;
-    const DriverMemory& memory_;
-    DriveTarget& target_;
+    const RunPlan& plan_;
+    const IoMemory& memory_;
+    RequestQueue& queue_;
 };

@@ -2,24 +2,24 @@
 
 #include <deque>
 
-void run_requests(DriveTarget& target, std::size_t depth, const NextRequest& next,
+void run_requests(RequestQueue& queue, std::size_t depth, const NextRequest& next,
                   const FinishRequest& finish)
 {
-    std::deque<DriveRequest> onTheirWay;
+    std::deque<IoRequest> onTheirWay;
     const auto finishOldest = [&] {
-        const DriveRequest oldest = onTheirWay.front();
+        const IoRequest oldest = onTheirWay.front();
         onTheirWay.pop_front();
-        finish(oldest, target.finishOldest());
+        finish(oldest, queue.finishOldest());
     };
     for (std::size_t slot = 0;; slot = (slot + 1) % depth) {
         if (onTheirWay.size() == depth) {
             finishOldest();
         }
-        const std::optional<DriveRequest> request = next(slot);
+        const std::optional<IoRequest> request = next(slot);
         if (!request) {
             break;
         }
-        target.start(*request);
+        queue.start(*request);
         onTheirWay.push_back(*request);
     }
     while (!onTheirWay.empty()) {

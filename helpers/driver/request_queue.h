@@ -10,35 +10,35 @@
 #include <optional>
 
 /// One read or write of consecutive bytes of a drive.
-struct DriveRequest {
+struct IoRequest {
     TargetDevice::Access access = TargetDevice::Access::Read;
     std::uint64_t offsetBytes = 0;
     std::size_t lengthBytes = 0;
-    char* memory = nullptr; ///< Of that length; a part of the run's DriverMemory.
+    char* memory = nullptr; ///< Of that length; a part of the run's IoMemory.
 };
 
-/// The drive as a pass sees it: requests, and no descriptor.
+/// The drive as a pass sees it: requests on their way to it, and no descriptor.
 ///
 /// Results are the number of bytes, which can be less than asked for as with pwrite(2) and
 /// pread(2), or the negated errno value.
-class DriveTarget {
+class RequestQueue {
 public:
-    DriveTarget() = default;
-    virtual ~DriveTarget() = default;
-    DriveTarget(const DriveTarget&) = delete;
-    DriveTarget& operator=(const DriveTarget&) = delete;
+    RequestQueue() = default;
+    virtual ~RequestQueue() = default;
+    RequestQueue(const RequestQueue&) = delete;
+    RequestQueue& operator=(const RequestQueue&) = delete;
 
     /// Requests that may be on their way at once.
     static constexpr std::size_t kMaxDepth = 32;
 
     /// Puts one request on its way; its memory must stay until it is finished.
-    virtual void start(const DriveRequest& request) = 0;
+    virtual void start(const IoRequest& request) = 0;
 
     /// Waits for the one that was started first, and gives its result.
     [[nodiscard]] virtual ssize_t finishOldest() = 0;
 
     /// Does one request and waits for it, whatever else is on its way.
-    [[nodiscard]] virtual ssize_t transfer(const DriveRequest& request) = 0;
+    [[nodiscard]] virtual ssize_t transfer(const IoRequest& request) = 0;
 
     /// Brings what was written to the medium. Gives 0, or the errno value when anything
     /// written since the start may not have reached it.
@@ -50,11 +50,11 @@ public:
 
 /// Gives the next request, or none at the end. `slot`, below the depth, is not that of any
 /// request on its way.
-using NextRequest = std::function<std::optional<DriveRequest>(std::size_t slot)>;
+using NextRequest = std::function<std::optional<IoRequest>(std::size_t slot)>;
 
 /// Takes a request's result, in the order of the requests.
-using FinishRequest = std::function<void(const DriveRequest& request, ssize_t result)>;
+using FinishRequest = std::function<void(const IoRequest& request, ssize_t result)>;
 
-/// Does all requests, up to `depth` (at most DriveTarget::kMaxDepth) on their way at once.
-void run_requests(DriveTarget& target, std::size_t depth, const NextRequest& next,
+/// Does all requests, up to `depth` (at most RequestQueue::kMaxDepth) on their way at once.
+void run_requests(RequestQueue& queue, std::size_t depth, const NextRequest& next,
                   const FinishRequest& finish);

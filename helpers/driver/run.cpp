@@ -34,14 +34,14 @@ std::uint32_t joined_steps(std::uint32_t stepBytes, std::uint32_t maxBytes)
     return std::max(maxBytes - maxBytes % stepBytes, stepBytes);
 }
 
-DriverPlan make_plan(const TargetDevice& device, const DriverRequest& request)
+RunPlan make_plan(const TargetDevice& device, const DriverArguments& arguments)
 {
     const std::uint32_t sectorBytes = device.sectorSizeBytes();
     const std::uint32_t maxSectors = std::max(kRequestBytes / sectorBytes, 1U);
-    const std::uint32_t stepBytes = std::min(maxSectors, request.sectorsPerStep) * sectorBytes;
+    const std::uint32_t stepBytes = std::min(maxSectors, arguments.sectorsPerStep) * sectorBytes;
     return {
         .path = device.path(),
-        .access = request.access,
+        .access = arguments.access,
         .sizeBytes = device.sizeBytes(),
         .sectorSizeBytes = sectorBytes,
         .stepBytes = stepBytes,
@@ -49,7 +49,7 @@ DriverPlan make_plan(const TargetDevice& device, const DriverRequest& request)
     };
 }
 
-Marks make_marks(const DriverPlan& plan)
+Marks make_marks(const RunPlan& plan)
 {
     if (plan.access == TargetDevice::Access::Read) {
         return {};
@@ -65,14 +65,14 @@ void show_percent(unsigned percent)
 
 } // namespace
 
-void run_driver(const DriverRequest& request)
+void run_driver(const DriverArguments& arguments)
 {
-    const TargetDevice device(request.devicePath, request.access, kBusyWait);
-    DriverPlan plan = make_plan(device, request);
-    const DriverMemory memory(plan, request.pattern);
-    DeviceTransfer target(device, plan.access, memory.whole());
-    if (!target.isAsynchronous()) {
+    const TargetDevice device(arguments.devicePath, arguments.access, kBusyWait);
+    RunPlan plan = make_plan(device, arguments);
+    const IoMemory memory(plan, arguments.pattern);
+    DeviceQueue queue(device, plan.access, memory.whole());
+    if (!queue.isAsynchronous()) {
         plan.requestBytes = joined_steps(plan.stepBytes, kSmallRequestBytes);
     }
-    Pass(plan, make_marks(plan), memory, target, show_percent).run();
+    DrivePass(plan, make_marks(plan), memory, queue, show_percent).run();
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-struct DriverRequest;
+struct DriverArguments;
 
 /// Overwrites or reads the whole device, showing "progress: " lines on standard output.
 /// Throws Failure unless every byte was written and flushed, or read.
-void run_driver(const DriverRequest& request);
+void run_driver(const DriverArguments& arguments);

@@ -6,7 +6,7 @@
 #include <string>
 
 /// What a run covers and in which pieces.
-struct DriverPlan {
+struct RunPlan {
     std::string path; ///< For messages only.
     TargetDevice::Access access = TargetDevice::Access::Read;
     std::uint64_t sizeBytes = 0;       ///< Not 0; need not be whole sectors.
