@@ -10,32 +10,32 @@ const std::string kEmulateSuffix = "-emulate";
 
 } // namespace
 
-FormatRequest parse_format_request(const std::vector<std::string>& arguments)
+FormatArguments parse_format_arguments(const std::vector<std::string>& words)
 {
-    if (arguments == std::vector<std::string>{"--help"}) {
+    if (words == std::vector<std::string>{"--help"}) {
         return {.showHelp = true};
     }
-    const auto option = std::find_if(arguments.begin(), arguments.end(),
+    const auto option = std::find_if(words.begin(), words.end(),
                                      [](const std::string& text) { return text.starts_with('-'); });
-    if (option != arguments.end()) {
+    if (option != words.end()) {
         throw Failure("unknown option: " + *option, ExitCode::Usage);
     }
-    if (arguments.size() != 2) {
+    if (words.size() != 2) {
         throw Failure("usage: format DEVICE[-emulate] IMAGE", ExitCode::Usage);
     }
 
-    FormatRequest request{.device = arguments[0], .picture = arguments[1]};
-    if (request.device.ends_with(kEmulateSuffix)) {
-        request.emulate = true;
-        request.device.resize(request.device.size() - kEmulateSuffix.size());
+    FormatArguments arguments{.device = words[0], .picture = words[1]};
+    if (arguments.device.ends_with(kEmulateSuffix)) {
+        arguments.emulate = true;
+        arguments.device.resize(arguments.device.size() - kEmulateSuffix.size());
     }
-    if (request.device.empty()) {
+    if (arguments.device.empty()) {
         throw Failure("the device is missing", ExitCode::Usage);
     }
-    if (request.picture.empty()) {
+    if (arguments.picture.empty()) {
         throw Failure("the picture is missing", ExitCode::Usage);
     }
-    return request;
+    return arguments;
 }
 
 std::string format_help()

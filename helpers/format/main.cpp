@@ -11,7 +11,7 @@ int main(int argc, char** argv)
 {
     try {
         prepare_process();
-        run_format(parse_format_request({argv + std::min(argc, 1), argv + argc}));
+        run_format(parse_format_arguments({argv + std::min(argc, 1), argv + argc}));
         return static_cast<int>(ExitCode::Success);
     } catch (const Failure& failure) {
         std::cerr << "format: " << failure.what() << '\n';

@@ -16,7 +16,7 @@
 
 namespace {
 
-// A `driver` that was killed holds the device until its last request is through.
+// A `driver` that was killed holds the device until its last arguments is through.
 constexpr std::chrono::seconds kBusyWait{20};
 
 std::vector<std::uint64_t> file_sizes(const FormatContent& content)
@@ -36,30 +36,30 @@ void say(const std::string& text)
     }
 }
 
-std::string describe(const FormatRequest& request, const FormatLayout& layout)
+std::string describe(const FormatArguments& arguments, const FormatLayout& layout)
 {
-    return request.device + ": " + (request.emulate ? "would write" : "writing") +
+    return arguments.device + ": " + (arguments.emulate ? "would write" : "writing") +
            " a partition table with one FAT32 partition of " +
            std::to_string(layout.partitionSectors) + " sectors of " +
            std::to_string(layout.sectorSizeBytes) + " bytes at sector " +
            std::to_string(layout.partitionStart) + ", " +
            (layout.bootsByBios() ? "boot code for BIOS and UEFI" : "boot code for UEFI only") +
-           ", and the picture " + request.picture;
+           ", and the picture " + arguments.picture;
 }
 
-// The exclusive hold on the device, which has to be given to mkfs.fat for a while and
-// taken back. Another program that takes the device in between makes one of the two fail.
-class Hold {
+// The device, held exclusively; mkfs.fat, which holds it so itself, gets it for a while. Another
+// program that takes the device in between makes one of the two fail.
+class LendableDevice {
 public:
-    Hold(const FormatRequest& request, TargetDevice::Access access)
-        : device_(std::in_place, request.device, access, kBusyWait), name_(request.device)
+    LendableDevice(const FormatArguments& arguments, TargetDevice::Access access)
+        : device_(std::in_place, arguments.device, access, kBusyWait), name_(arguments.device)
     {
     }
 
-    [[nodiscard]] const TargetDevice& device() const { return *device_; }
+    const TargetDevice* operator->() const { return &*device_; }
     [[nodiscard]] const std::string& name() const { return name_; }
 
-    void release() { device_.reset(); }
+    void lend() { device_.reset(); }
 
     void takeBack(const Descriptor& descriptor)
     {
@@ -76,56 +76,57 @@ private:
 };
 
 // The content is right whatever the kernel answers (a file has no partitions to know).
-void reread_partition_table(const Hold& hold)
+void reread_partition_table(const LendableDevice& device)
 {
-    const TargetDevice& device = hold.device();
-    if (device.isBlockDevice() && ::ioctl(device.descriptor(), BLKRRPART) != 0) {
+    if (device->isBlockDevice() && ::ioctl(device->descriptor(), BLKRRPART) != 0) {
         std::cerr << "format: "
-                  << system_failure(hold.name(), "re-read the partition table", errno).what()
+                  << system_failure(device.name(), "re-read the partition table", errno).what()
                   << '\n';
     }
 }
 
-void format(Hold& hold, FormatMedium medium, const FormatContent& content, const FormatTools& tools)
+void format(LendableDevice& device, FormatMedium medium, const FormatContent& content,
+            const FormatTools& tools)
 {
     // Opened before the first change: it sees every write error until flush(), those of
-    // the tools' writes included, and stays while the hold is given away.
+    // the tools' writes included, and stays while the device is lent.
     const Descriptor descriptor =
-        open_file("/proc/self/fd/" + std::to_string(hold.device().descriptor()), O_RDWR);
+        open_file("/proc/self/fd/" + std::to_string(device->descriptor()), O_RDWR);
     medium.descriptor = descriptor.get();
 
     wipe_old_structures(medium);
-    hold.release();
+    device.lend();
     make_file_system(medium, tools);
-    hold.takeBack(descriptor);
+    device.takeBack(descriptor);
     put_files(medium, tools, content);
     // Last: until everything is there, nothing boots from the device.
     write_first_track(medium, content);
     flush(medium);
     check_first_track(medium, content);
     check_file_system(medium, tools, content);
-    reread_partition_table(hold);
+    reread_partition_table(device);
 }
 
 } // namespace
 
-void run_format(const FormatRequest& request)
+void run_format(const FormatArguments& arguments)
 {
-    if (request.showHelp) {
+    if (arguments.showHelp) {
         return say(format_help());
     }
 
-    const FormatContent content = load_content(request.picture);
+    const FormatContent content = load_content(arguments.picture);
     const FormatTools tools = find_tools();
-    Hold hold(request, request.emulate ? TargetDevice::Access::Read : TargetDevice::Access::Write);
+    LendableDevice device(arguments, arguments.emulate ? TargetDevice::Access::Read
+                                                       : TargetDevice::Access::Write);
     const FormatLayout layout =
-        plan_layout(request.device, hold.device().sizeBytes(), hold.device().sectorSizeBytes());
-    check_room(request.device, layout, file_sizes(content));
-    say(one_line(describe(request, layout)));
-    if (request.emulate) {
+        plan_layout(arguments.device, device->sizeBytes(), device->sectorSizeBytes());
+    check_room(arguments.device, layout, file_sizes(content));
+    say(one_line(describe(arguments, layout)));
+    if (arguments.emulate) {
         return;
     }
-    format(hold, {.name = request.device, .sizeBytes = hold.device().sizeBytes(), .layout = layout},
+    format(device, {.name = arguments.device, .sizeBytes = device->sizeBytes(), .layout = layout},
            content, tools);
-    say(one_line(request.device + ": formatted"));
+    say(one_line(arguments.device + ": formatted"));
 }
