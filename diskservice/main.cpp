@@ -52,12 +52,12 @@ int end_signals()
 QString acquire_name(const QDBusConnection& bus)
 {
     const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply =
-        bus.interface()->registerService(DiskService::kBusName);
+        bus.interface()->registerService(BusObjects::kBusName);
     if (!reply.isValid()) {
-        return DiskService::kBusName + ": " + reply.error().message();
+        return BusObjects::kBusName + ": " + reply.error().message();
     }
     if (reply.value() != QDBusConnectionInterface::ServiceRegistered) {
-        return DiskService::kBusName + ": another program has this name on the bus";
+        return BusObjects::kBusName + ": another program has this name on the bus";
     }
     return {};
 }
@@ -87,7 +87,7 @@ ExitCode serve(const Options& options, int argc, char** argv)
     if (options.images.empty() && options.root.empty()) {
         monitor = std::make_unique<DeviceMonitor>();
     }
-    DiskService service(make_source(options), options.root);
+    BusObjects service(make_source(options), options.root);
     if (monitor) {
         QObject::connect(monitor.get(), &DeviceMonitor::changed, &service,
                          [&service, bus] { service.refresh(bus); });
@@ -97,19 +97,19 @@ ExitCode serve(const Options& options, int argc, char** argv)
                      [] { QCoreApplication::exit(static_cast<int>(ExitCode::Success)); });
     bus.connect({}, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local", "Disconnected",
                 &service, SIGNAL(busLost()));
-    QObject::connect(&service, &DiskService::busLost, &application, [] {
+    QObject::connect(&service, &BusObjects::busLost, &application, [] {
         QCoreApplication::exit(static_cast<int>(fail("the message bus has gone")));
     });
 
-    if (!bus.registerVirtualObject(DiskService::kPath, &service, QDBusConnection::SubPath)) {
-        return fail(DiskService::kPath + ": cannot be registered");
+    if (!bus.registerVirtualObject(BusObjects::kPath, &service, QDBusConnection::SubPath)) {
+        return fail(BusObjects::kPath + ": cannot be registered");
     }
     if (const QString problem = acquire_name(bus); !problem.isEmpty()) {
         return fail(problem);
     }
     const int exitCode = QCoreApplication::exec();
     // A drive that hangs can keep this process from ending; the name is free all the same.
-    bus.interface()->unregisterService(DiskService::kBusName);
+    bus.interface()->unregisterService(BusObjects::kBusName);
     return static_cast<ExitCode>(exitCode);
 }
 

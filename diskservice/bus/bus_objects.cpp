@@ -10,8 +10,8 @@
 
 #include <utility>
 
-const QString DiskService::kBusName = QStringLiteral("org.freedesktop.UDisks");
-const QString DiskService::kPath = QStringLiteral("/org/freedesktop/UDisks");
+const QString BusObjects::kBusName = QStringLiteral("org.freedesktop.UDisks");
+const QString BusObjects::kPath = QStringLiteral("/org/freedesktop/UDisks");
 
 namespace {
 
@@ -73,8 +73,7 @@ QString property_elements(const QVariantMap& properties)
 
 void announce(const QDBusConnection& bus, const QString& signal, const QString& devicePath)
 {
-    QDBusMessage message =
-        QDBusMessage::createSignal(DiskService::kPath, kServiceInterface, signal);
+    QDBusMessage message = QDBusMessage::createSignal(BusObjects::kPath, kServiceInterface, signal);
     message << QVariant::fromValue(QDBusObjectPath(devicePath));
     bus.send(message);
 }
@@ -98,13 +97,13 @@ void announce_changes(const QDBusConnection& bus, const QMap<QString, DeviceReco
 
 } // namespace
 
-DiskService::DiskService(DeviceSource source, const std::string& root)
+BusObjects::BusObjects(DeviceSource source, const std::string& root)
     : source_(std::move(source)), root_(root), mounter_(root), snapshot_(takeSnapshot())
 {
 }
 
 // Qt adds the frame and the standard interfaces.
-QString DiskService::introspect(const QString& path) const
+QString BusObjects::introspect(const QString& path) const
 {
     QString xml;
     if (const QString interface = interfaceOf(path); !interface.isEmpty()) {
@@ -123,7 +122,7 @@ QString DiskService::introspect(const QString& path) const
     return xml;
 }
 
-bool DiskService::handleMessage(const QDBusMessage& call, const QDBusConnection& bus)
+bool BusObjects::handleMessage(const QDBusMessage& call, const QDBusConnection& bus)
 {
     if (isObject(call.path()) && is_call_of(call, kIntrospectionInterface, "Introspect")) {
         return false; // Qt answers, through introspect().
@@ -135,13 +134,13 @@ bool DiskService::handleMessage(const QDBusMessage& call, const QDBusConnection&
     return true;
 }
 
-void DiskService::refresh(const QDBusConnection& bus)
+void BusObjects::refresh(const QDBusConnection& bus)
 {
     const Snapshot before = std::exchange(snapshot_, takeSnapshot());
     announce_changes(bus, before, snapshot_);
 }
 
-DiskService::Snapshot DiskService::takeSnapshot() const
+BusObjects::Snapshot BusObjects::takeSnapshot() const
 {
     Snapshot snapshot;
     const MountTable mountTable(root_);
@@ -152,12 +151,12 @@ DiskService::Snapshot DiskService::takeSnapshot() const
     return snapshot;
 }
 
-bool DiskService::isObject(const QString& path) const
+bool BusObjects::isObject(const QString& path) const
 {
     return path == kPath || path == kDevicesPath || snapshot_.contains(path);
 }
 
-QString DiskService::interfaceOf(const QString& path) const
+QString BusObjects::interfaceOf(const QString& path) const
 {
     if (path == kPath) {
         return kServiceInterface;
@@ -165,7 +164,7 @@ QString DiskService::interfaceOf(const QString& path) const
     return snapshot_.contains(path) ? kDeviceInterface : QString();
 }
 
-QVariantMap DiskService::propertiesOf(const QString& path) const
+QVariantMap BusObjects::propertiesOf(const QString& path) const
 {
     if (path == kPath) {
         return {{"DaemonVersion", QStringLiteral(VANTRELLE_VERSION)}};
@@ -173,7 +172,7 @@ QVariantMap DiskService::propertiesOf(const QString& path) const
     return snapshot_.contains(path) ? device_properties(snapshot_.value(path)) : QVariantMap();
 }
 
-QDBusMessage DiskService::answer(const QDBusMessage& call, const QDBusConnection& bus)
+QDBusMessage BusObjects::answer(const QDBusMessage& call, const QDBusConnection& bus)
 {
     const QString path = call.path();
     if (!isObject(path)) {
@@ -200,7 +199,7 @@ QDBusMessage DiskService::answer(const QDBusMessage& call, const QDBusConnection
     return call.createErrorReply(QDBusError::UnknownMethod, "no such method: " + call.member());
 }
 
-QDBusMessage DiskService::answerProperties(const QDBusMessage& call) const
+QDBusMessage BusObjects::answerProperties(const QDBusMessage& call) const
 {
     static const QMap<QString, QString> kSignatures{{"Get", "ss"}, {"GetAll", "s"}, {"Set", "ssv"}};
     if (call.signature() != kSignatures.value(call.member())) {
@@ -225,7 +224,7 @@ QDBusMessage DiskService::answerProperties(const QDBusMessage& call) const
     return call.createReply(QVariant::fromValue(QDBusVariant(properties.value(name))));
 }
 
-QDBusMessage DiskService::enumerateDevices(const QDBusMessage& call, const QDBusConnection& bus)
+QDBusMessage BusObjects::enumerateDevices(const QDBusMessage& call, const QDBusConnection& bus)
 {
     if (!call.signature().isEmpty()) {
         return wrong_arguments(call);
@@ -238,7 +237,7 @@ QDBusMessage DiskService::enumerateDevices(const QDBusMessage& call, const QDBus
     return call.createReply(QVariant::fromValue(paths));
 }
 
-QDBusMessage DiskService::answerDevice(const QDBusMessage& call, const QDBusConnection& bus)
+QDBusMessage BusObjects::answerDevice(const QDBusMessage& call, const QDBusConnection& bus)
 {
     static const QMap<QString, QString> kSignatures{{"FilesystemMount", "sas"},
                                                     {"FilesystemUnmount", "as"}};
@@ -255,7 +254,7 @@ QDBusMessage DiskService::answerDevice(const QDBusMessage& call, const QDBusConn
     return reply;
 }
 
-QDBusMessage DiskService::mountOrUnmount(const QDBusMessage& call)
+QDBusMessage BusObjects::mountOrUnmount(const QDBusMessage& call)
 {
     const DeviceRecord device = snapshot_.value(call.path());
     const QList<QVariant> arguments = call.arguments();

@@ -16,7 +16,7 @@
 /// no other time: what a client learns about the devices stays as it is while it asks for them
 /// one after the other. Only where a device is mounted is looked up again after each call that
 /// mounts or unmounts it. What changes is also sent as signals.
-class DiskService : public QDBusVirtualObject {
+class BusObjects : public QDBusVirtualObject {
     Q_OBJECT
 
 public:
@@ -26,7 +26,7 @@ public:
     static const QString kPath;
 
     /// The root is the source's, for where devices are mounted.
-    DiskService(DeviceSource source, const std::string& root);
+    BusObjects(DeviceSource source, const std::string& root);
 
     [[nodiscard]] QString introspect(const QString& path) const override;
     bool handleMessage(const QDBusMessage& call, const QDBusConnection& bus) override;
@@ -55,6 +55,6 @@ private:
 
     DeviceSource source_;
     std::string root_;
-    Mounter mounter_;
+    MediaMounter mounter_;
     Snapshot snapshot_;
 };

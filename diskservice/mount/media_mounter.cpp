@@ -206,7 +206,7 @@ std::string mount_device(const std::string& root, const DeviceRecord& device,
 
 } // namespace
 
-Mounter::~Mounter()
+MediaMounter::~MediaMounter()
 {
     for (const std::string& directory : directories_) {
         try {
@@ -220,8 +220,8 @@ Mounter::~Mounter()
     }
 }
 
-std::string Mounter::mount(const DeviceRecord& device, const QString& type,
-                           const QStringList& options)
+std::string MediaMounter::mount(const DeviceRecord& device, const QString& type,
+                                const QStringList& options)
 {
     try {
         check_options(options, kSafeOptions);
@@ -236,7 +236,7 @@ std::string Mounter::mount(const DeviceRecord& device, const QString& type,
     }
 }
 
-void Mounter::unmount(const DeviceRecord& device, const QStringList& options)
+void MediaMounter::unmount(const DeviceRecord& device, const QStringList& options)
 {
     check_options(options, {});
     const std::vector<std::string> paths = MountTable(root_).pathsOf(device);

@@ -27,13 +27,13 @@ private:
 /// Mounts file systems of block devices and in image files below /media. What it has mounted
 /// itself it unmounts when it goes; what is in use then vanishes from the directory tree at
 /// once and leaves the device when it is no longer open.
-class Mounter {
+class MediaMounter {
 public:
     /// The root stands before the device files and /proc, as for the devices' source.
-    explicit Mounter(std::string root) : root_(std::move(root)) {}
-    ~Mounter();
-    Mounter(const Mounter&) = delete;
-    Mounter& operator=(const Mounter&) = delete;
+    explicit MediaMounter(std::string root) : root_(std::move(root)) {}
+    ~MediaMounter();
+    MediaMounter(const MediaMounter&) = delete;
+    MediaMounter& operator=(const MediaMounter&) = delete;
 
     /// Mounts what the device holds now and gives the directory, which is made for it and
     /// named after the label, else the UUID. An empty type is the one that libblkid finds.

@@ -78,7 +78,7 @@ std::uint64_t medium_bytes(const ProbeRequest& request, int descriptor)
     return sizeBytes;
 }
 
-DriveFindings find(ProbeRequest request)
+DriveFindings look_at_drive(ProbeRequest request)
 {
     DriveFindings findings;
     if (request.drive.sizeBytes == 0 && !request.isFloppy) {
@@ -182,7 +182,7 @@ void DriveProber::work(const std::shared_ptr<Queue>& queue)
         const std::shared_ptr<Job> job = queue->waiting.front();
         queue->waiting.pop_front();
         lock.unlock();
-        auto findings = std::make_shared<const DriveFindings>(find(job->request));
+        auto findings = std::make_shared<const DriveFindings>(look_at_drive(job->request));
         lock.lock();
         job->findings = std::move(findings);
         job->end = Clock::now();

@@ -81,9 +81,9 @@ std::vector<std::string> overlay_layers(const std::string& options)
 }
 
 // Follows everything that the system is mounted from down to the drives.
-class Search {
+class SystemDriveSearch {
 public:
-    explicit Search(const std::string& root) : root_(root), mounts_(read_mounts(root)) {}
+    explicit SystemDriveSearch(const std::string& root) : root_(root), mounts_(read_mounts(root)) {}
 
     /// The file system that this path lies on.
     void followPath(const std::string& path)
@@ -196,7 +196,7 @@ private:
 
 std::map<std::string, std::string> system_drives(const std::string& root)
 {
-    Search search(root);
+    SystemDriveSearch search(root);
     for (const char* path : {"/", "/usr", "/boot", "/boot/efi"}) {
         search.followPath(path);
     }
