@@ -67,8 +67,8 @@ WorkWidget::WorkWidget(MainWindow* mainWindow)
     ui->drivesTreeWidget->header()->swapSections(kTextColumn, kBarColumn);
     keepButtonRow();
     timer_.setInterval(kTickMs);
-    nextCall_.setSingleShot(true);
-    nextCall_.callOnTimeout(this, &WorkWidget::callNext);
+    callTimer_.setSingleShot(true);
+    callTimer_.callOnTimeout(this, &WorkWidget::runNextCall);
     // The window is painted before the first tick, which may have to wait for the disk service.
     showStopButton();
     showInformation("green", tr("Initializing"));
@@ -221,7 +221,7 @@ void WorkWidget::eraseStart()
     const bool emulate = mainWindow_ != nullptr && mainWindow_->emulateErasing();
     for (const auto& worker : workers_) {
         // Each start waits for its child. One that was not reached when the user stops is left out.
-        callInTurn([this, worker, emulate] {
+        queueCall([this, worker, emulate] {
             if (state_ == Erasing) {
                 worker->start(emulate);
             }
@@ -251,7 +251,7 @@ void WorkWidget::checkWorkers()
     const bool isAnyRunning =
         std::any_of(workers_.cbegin(), workers_.cend(),
                     [](const auto& worker) { return worker->status() == Process::Running; });
-    const bool isAnyToBeStarted = state_ == Erasing && !calls_.empty();
+    const bool isAnyToBeStarted = state_ == Erasing && !queuedCalls_.empty();
     if (isAnyRunning || isAnyToBeStarted) {
         return;
     }
@@ -260,19 +260,19 @@ void WorkWidget::checkWorkers()
     showInformation("blue", tr("Complete."));
 }
 
-void WorkWidget::callInTurn(std::function<void()> call)
+void WorkWidget::queueCall(std::function<void()> call)
 {
-    calls_.push_back(std::move(call));
-    nextCall_.start();
+    queuedCalls_.push_back(std::move(call));
+    callTimer_.start();
 }
 
 // The turn after it comes also below a message box that the call opens.
-void WorkWidget::callNext()
+void WorkWidget::runNextCall()
 {
-    const auto call = std::move(calls_.front());
-    calls_.pop_front();
-    if (!calls_.empty()) {
-        nextCall_.start();
+    const auto call = std::move(queuedCalls_.front());
+    queuedCalls_.pop_front();
+    if (!queuedCalls_.empty()) {
+        callTimer_.start();
     }
     call();
 }

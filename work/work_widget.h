@@ -53,7 +53,7 @@ public:
     void checkWorkers();
     /// Calls it later, in a turn of the event loop of its own: what takes a while for one drive
     /// would stall the screen for many that end together. The calls keep their order.
-    void callInTurn(std::function<void()> call);
+    void queueCall(std::function<void()> call);
 
 private slots:
     void on_restartInitializationButton_clicked();
@@ -72,7 +72,7 @@ private:
     QProgressBar* addRow(const Drive& drive);
     void createWipeWorkers();
     void eraseStart();
-    void callNext();
+    void runNextCall();
 
     std::unique_ptr<Ui_WorkWidget> ui;
     MainWindow* mainWindow_;
@@ -83,6 +83,6 @@ private:
     QString drivesString_;
     int countdownCounter_ = 0;
     std::vector<std::shared_ptr<Worker>> workers_;
-    QTimer nextCall_; // without delay
-    std::deque<std::function<void()>> calls_;
+    QTimer callTimer_; // without delay
+    std::deque<std::function<void()>> queuedCalls_;
 };

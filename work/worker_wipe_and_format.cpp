@@ -156,7 +156,7 @@ void WorkWidget::WorkerWipeAndFormat::startFormatter(bool partial)
     current_ = formatter_.get();
     formatter_->setStatus(Process::Running);
     progressBar_->setFormat(kFormatting);
-    owner_->callInTurn([this, partial, job = QPointer<Process>(current_)] {
+    owner_->queueCall([this, partial, job = QPointer<Process>(current_)] {
         if (job && job->status() == Process::Running) {
             format(partial);
         }
