@@ -2,6 +2,7 @@
 
 #include "app/base/debug_log.h"
 #include "erase/helper_program.h"
+#include "helpers/protocol/format_protocol.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ void Formatter::start(bool emulate, const QString& imagePath)
     QString device = QString::fromLatin1(drive_.device());
     // Joined to the path without a separator: the helper expects it so, on purpose.
     if (emulate) {
-        device += QLatin1String("-emulate");
+        device += QLatin1String(format_protocol::kEmulateSuffix);
     }
     Process::start(helper_program("format"), {device, imagePath});
 }

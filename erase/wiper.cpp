@@ -2,16 +2,22 @@
 
 #include "app/base/debug_log.h"
 #include "erase/helper_program.h"
+#include "helpers/protocol/driver_protocol.h"
 
 namespace {
 
 const char* const DBG_MODULE = "Wiper";
 
-const QLatin1String kProgressPrefix("progress: ");
-const QLatin1String kErrorPrefix("error: ");
+const QLatin1String kProgressPrefix(driver_protocol::kProgress);
+const QLatin1String kErrorPrefix(driver_protocol::kError);
 
 // Sectors that the helper transfers in one step.
-constexpr int kSectorsPerTime = 256;
+constexpr int kStepSectors = 256;
+
+QString argument(const char* name, const QString& value)
+{
+    return QLatin1String(name) + QLatin1Char('=') + value;
+}
 
 } // namespace
 
@@ -31,11 +37,12 @@ void Wiper::start(bool emulate)
 {
     dbg_ostream(DBG_MODULE, __LINE__)
         << ": id: " << id() << ": start: emulate: " << emulate << Qt::endl;
+    using namespace driver_protocol;
     const QStringList arguments{
-        QStringLiteral("device=") + QString::fromLatin1(drive_.device()),
-        QStringLiteral("mode=") + QLatin1String(emulate ? "read" : "write"),
-        QStringLiteral("pattern=") + QString::fromLatin1(pattern_),
-        QStringLiteral("sectorsPerTime=") + QString::number(kSectorsPerTime),
+        argument(kDevice, QString::fromLatin1(drive_.device())),
+        argument(kMode, QLatin1String(emulate ? kRead : kWrite)),
+        argument(kPattern, QString::fromLatin1(pattern_)),
+        argument(kSectorsPerTime, QString::number(kStepSectors)),
     };
     Process::start(helper_program("driver"), arguments);
 }

@@ -110,7 +110,7 @@ void WipeWidget::setDrive(const Drive& drive)
 void WipeWidget::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
-    ui->pattern->setText(QStringLiteral("VANTRELLE"));
+    ui->pattern->setText(QLatin1String(kDefaultPattern));
     ui->pattern->setFocus(Qt::OtherFocusReason);
     ui->wipe->setDefault(true);
 }

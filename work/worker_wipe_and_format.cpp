@@ -2,6 +2,7 @@
 
 #include "app/display/display_helpers.h"
 #include "app/display/message_box.h"
+#include "erase/pattern/pattern.h"
 #include "erase/postwipe_image.h"
 
 #include <QCoreApplication>
@@ -9,9 +10,6 @@
 #include <QProgressBar>
 
 namespace {
-
-// The wipe pattern in its text form.
-const char* const kPattern = "VANTRELLE";
 
 constexpr QLatin1String kFormatting("FORMAT");
 
@@ -38,7 +36,7 @@ QString formatting_failed_text(const Drive& drive, const QString& message)
 class WorkWidget::WorkerWipeAndFormat::WiperUI : public Wiper {
 public:
     WiperUI(int id, const Drive& drive, WorkerWipeAndFormat* worker)
-        : Wiper(id, drive, kPattern), worker_(worker)
+        : Wiper(id, drive, kDefaultPattern), worker_(worker)
     {
     }
 

@@ -6,6 +6,9 @@
 // as the inside of a double-quoted string of a document (config/load.h): printable bytes
 // stand for themselves, "\x" and two hex digits are any byte.
 
+/// The pattern text of a wipe when nobody chose another.
+inline constexpr const char* kDefaultPattern = "VANTRELLE";
+
 /// The bytes of a pattern text; empty when the text is empty or is not a valid string body.
 /// A double quote in the text ends the string, and what follows is read as the rest of the
 /// document: `a","pattern":"b` is a valid text for "b".

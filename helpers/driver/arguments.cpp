@@ -2,6 +2,7 @@
 
 #include "erase/pattern/pattern.h"
 #include "helpers/common/failure.h"
+#include "helpers/protocol/driver_protocol.h"
 
 #include <algorithm>
 #include <array>
@@ -10,7 +11,9 @@
 
 namespace {
 
-constexpr std::array kNames{"device", "mode", "pattern", "sectorsPerTime"};
+using namespace driver_protocol;
+
+constexpr std::array kNames{kDevice, kMode, kPattern, kSectorsPerTime};
 
 // Far more than a drive gains from; the step's size in bytes has a bound of its own.
 constexpr std::uint32_t kMaxSectorsPerStep = 65536;
@@ -45,10 +48,10 @@ Values split_arguments(const std::vector<std::string>& arguments)
 
 TargetDevice::Access parse_mode(const std::string& text)
 {
-    if (text == "write") {
+    if (text == kWrite) {
         return TargetDevice::Access::Write;
     }
-    if (text == "read") {
+    if (text == kRead) {
         return TargetDevice::Access::Read;
     }
     throw usage_error("mode: '" + text + "' is neither read nor write");
@@ -85,14 +88,14 @@ std::optional<DriverArguments> parse_driver_arguments(const std::vector<std::str
 
     const Values values = split_arguments(words);
     DriverArguments arguments;
-    arguments.devicePath = values.at("device");
+    arguments.devicePath = values.at(kDevice);
     if (arguments.devicePath.empty()) {
         throw usage_error("device: '' is not a path");
     }
-    arguments.access = parse_mode(values.at("mode"));
-    arguments.sectorsPerStep = parse_sectors_per_step(values.at("sectorsPerTime"));
+    arguments.access = parse_mode(values.at(kMode));
+    arguments.sectorsPerStep = parse_sectors_per_step(values.at(kSectorsPerTime));
     if (arguments.access == TargetDevice::Access::Write) {
-        arguments.pattern = parse_pattern(values.at("pattern"));
+        arguments.pattern = parse_pattern(values.at(kPattern));
     }
     return arguments;
 }

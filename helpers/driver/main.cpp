@@ -3,6 +3,7 @@
 #include "helpers/driver/arguments.h"
 #include "helpers/driver/output.h"
 #include "helpers/driver/run.h"
+#include "helpers/protocol/driver_protocol.h"
 
 #include <algorithm>
 #include <csignal>
@@ -13,7 +14,7 @@ namespace {
 ExitCode report_error(const std::string& message, ExitCode exitCode)
 {
     try {
-        write_output_line("error: " + message);
+        write_output_line(driver_protocol::kError + message);
     } catch (const Failure&) {
         // Nobody reads any more; what is left is the exit code.
         return exitCode;

@@ -7,6 +7,7 @@
 #include "helpers/driver/marks.h"
 #include "helpers/driver/output.h"
 #include "helpers/driver/run_plan.h"
+#include "helpers/protocol/driver_protocol.h"
 
 #include <algorithm>
 #include <chrono>
@@ -60,7 +61,7 @@ Marks make_marks(const RunPlan& plan)
 
 void show_percent(unsigned percent)
 {
-    write_output_line("progress: " + std::to_string(percent));
+    write_output_line(driver_protocol::kProgress + std::to_string(percent));
 }
 
 } // namespace

@@ -1,14 +1,10 @@
 #include "helpers/format/arguments.h"
 
 #include "helpers/common/failure.h"
+#include "helpers/protocol/format_protocol.h"
 
 #include <algorithm>
-
-namespace {
-
-const std::string kEmulateSuffix = "-emulate";
-
-} // namespace
+#include <string_view>
 
 FormatArguments parse_format_arguments(const std::vector<std::string>& words)
 {
@@ -25,9 +21,10 @@ FormatArguments parse_format_arguments(const std::vector<std::string>& words)
     }
 
     FormatArguments arguments{.device = words[0], .picture = words[1]};
-    if (arguments.device.ends_with(kEmulateSuffix)) {
+    const std::string_view suffix = format_protocol::kEmulateSuffix;
+    if (arguments.device.ends_with(suffix)) {
         arguments.emulate = true;
-        arguments.device.resize(arguments.device.size() - kEmulateSuffix.size());
+        arguments.device.resize(arguments.device.size() - suffix.size());
     }
     if (arguments.device.empty()) {
         throw Failure("the device is missing", ExitCode::Usage);
