@@ -1,29 +1,27 @@
 #include "diskservice/mount/mount_table.h"
 
 #include "diskservice/source/image_source.h"
+#include "diskservice/source/mount_info.h"
 #include "diskservice/source/sysfs.h"
 
-#include <libmount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 #include <filesystem>
-#include <memory>
 
 namespace fs = std::filesystem;
 
 namespace {
 
 // Some file systems (btrfs) show a device number of their own: then the name tells.
-dev_t device_number(libmnt_fs* mount)
+dev_t device_number(const MountEntry& mount)
 {
-    const dev_t number = mnt_fs_get_devno(mount);
-    const char* source = mnt_fs_get_srcpath(mount);
     struct stat status = {};
-    if (major(number) == 0 && source && ::stat(source, &status) == 0 && S_ISBLK(status.st_mode)) {
+    if (major(mount.number) == 0 && mount.source.starts_with('/') &&
+        ::stat(mount.source.c_str(), &status) == 0 && S_ISBLK(status.st_mode)) {
         return status.st_rdev;
     }
-    return number;
+    return mount.number;
 }
 
 bool is_mount_of(const std::string& backingFile, const std::string& image)
@@ -36,12 +34,7 @@ bool is_mount_of(const std::string& backingFile, const std::string& image)
 
 MountTable::MountTable(const std::string& root)
 {
-    const std::unique_ptr<libmnt_table, decltype(&mnt_unref_table)> table(
-        mnt_new_table_from_file((root + "/proc/self/mountinfo").c_str()), mnt_unref_table);
-    const std::unique_ptr<libmnt_iter, decltype(&mnt_free_iter)> iterator(
-        mnt_new_iter(MNT_ITER_FORWARD), mnt_free_iter);
-    libmnt_fs* mount = nullptr;
-    while (table && mnt_table_next_fs(table.get(), iterator.get(), &mount) == 0) {
+    for (const MountEntry& mount : read_mount_info(root)) {
         const dev_t number = device_number(mount);
         const fs::path device = root + "/sys/dev/block/" + std::to_string(major(number)) + ':' +
                                 std::to_string(minor(number));
@@ -49,7 +42,7 @@ MountTable::MountTable(const std::string& root)
         const bool isPartition = fs::exists(device / "partition", ignored);
         const fs::path loop = (isPartition ? device / ".." : device) / "loop";
         const std::uint64_t start = isPartition ? number_in(device / "start") : 0;
-        mounts_.push_back({mnt_fs_get_target(mount), number, first_line(loop / "backing_file"),
+        mounts_.push_back({mount.path, number, first_line(loop / "backing_file"),
                            number_in(loop / "offset") + start * kSysfsUnitBytes});
     }
 }

@@ -1,5 +1,6 @@
 #include "diskservice/source/system_drives.h"
 
+#include "diskservice/source/mount_info.h"
 #include "diskservice/source/sysfs.h"
 #include "posix/descriptor.h"
 
@@ -12,7 +13,6 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <set>
 #include <string_view>
 #include <vector>
@@ -20,36 +20,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-struct Mount {
-    std::string path;
-    std::string type;
-    std::string source;
-    std::string options; ///< Those of the file system.
-    dev_t number = 0;
-};
-
-std::string text_or_empty(const char* text)
-{
-    return text ? text : std::string();
-}
-
-std::vector<Mount> read_mounts(const std::string& root)
-{
-    const std::unique_ptr<libmnt_table, decltype(&mnt_unref_table)> table(
-        mnt_new_table_from_file((root + "/proc/self/mountinfo").c_str()), mnt_unref_table);
-    const std::unique_ptr<libmnt_iter, decltype(&mnt_free_iter)> iterator(
-        mnt_new_iter(MNT_ITER_FORWARD), mnt_free_iter);
-    std::vector<Mount> mounts;
-    libmnt_fs* mount = nullptr;
-    while (table && mnt_table_next_fs(table.get(), iterator.get(), &mount) == 0) {
-        mounts.push_back({text_or_empty(mnt_fs_get_target(mount)),
-                          text_or_empty(mnt_fs_get_fstype(mount)),
-                          text_or_empty(mnt_fs_get_source(mount)),
-                          text_or_empty(mnt_fs_get_fs_options(mount)), mnt_fs_get_devno(mount)});
-    }
-    return mounts;
-}
 
 bool is_below(const std::string& path, const std::string& folder)
 {
@@ -83,13 +53,16 @@ std::vector<std::string> overlay_layers(const std::string& options)
 // Follows everything that the system is mounted from down to the drives.
 class SystemDriveSearch {
 public:
-    explicit SystemDriveSearch(const std::string& root) : root_(root), mounts_(read_mounts(root)) {}
+    explicit SystemDriveSearch(const std::string& root)
+        : root_(root), mounts_(read_mount_info(root))
+    {
+    }
 
     /// The file system that this path lies on.
     void followPath(const std::string& path)
     {
-        const Mount* found = nullptr;
-        for (const Mount& mount : mounts_) { // Of two at the same place the later one shows.
+        const MountEntry* found = nullptr;
+        for (const MountEntry& mount : mounts_) { // Of two at the same place the later one shows.
             if (is_below(path, mount.path) && (!found || mount.path.size() >= found->path.size())) {
                 found = &mount;
             }
@@ -102,7 +75,7 @@ public:
     [[nodiscard]] const std::map<std::string, std::string>& drives() const { return drives_; }
 
 private:
-    void followMount(const Mount& mount)
+    void followMount(const MountEntry& mount)
     {
         why_ = "the running system came from it (" + mount.path + ')';
         if (mount.type == "overlay") {
@@ -185,7 +158,7 @@ private:
     }
 
     std::string root_;
-    std::vector<Mount> mounts_;
+    std::vector<MountEntry> mounts_;
     std::set<std::string> seenMounts_;
     std::set<fs::path> seenDevices_;
     std::map<std::string, std::string> drives_;
