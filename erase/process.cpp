@@ -11,16 +11,6 @@ const char* const DBG_MODULE = "Process";
 
 constexpr int kStartWaitMs = 30000;
 
-// A child object must outlive the signals it is emitting. Every slot holds a reference, so
-// the last one goes at the earliest when the outermost slot returns, which may be long
-// after an inner event loop (of a message box) has delivered the child's end. The signal
-// itself is still on the stack then: only the event loop below it may destroy the object.
-void release_child(QProcess* child)
-{
-    abandon(child); // at the end of the run no event loop comes any more
-    child->deleteLater();
-}
-
 // Begins a job's log line.
 DbgOstream& log_job(int id, int line)
 {
@@ -58,7 +48,11 @@ void Process::start(const QString& program, const QStringList& arguments)
     log_job(id_, __LINE__) << "start: " << program << " " << arguments.join(QLatin1Char(' '))
                            << Qt::endl;
     processClose();
-    child_ = std::shared_ptr<QProcess>(new QProcess, release_child);
+    // A child object must outlive the signals it is emitting. Every slot holds a reference, so
+    // the last one goes at the earliest when the outermost slot returns, which may be long
+    // after an inner event loop (of a message box) has delivered the child's end. The signal
+    // itself is still on the stack then: only the event loop below it may destroy the object.
+    child_ = std::shared_ptr<QProcess>(new QProcess, kill_and_abandon);
     connectChild();
     child_->start(program, arguments, QIODevice::ReadWrite);
     if (!child_->waitForStarted(kStartWaitMs)) {
@@ -89,10 +83,6 @@ void Process::processClose()
         log_job(id_, __LINE__) << "kill()" << Qt::endl;
         child_->disconnect();
         child_->kill();
-        // Nobody waits for the dying process; its object goes when it is dead.
-        abandon(child_.get());
-        connect(child_.get(), &QProcess::finished, child_.get(),
-                [child = child_]() mutable { child.reset(); });
     }
     child_.reset();
 }

@@ -6,7 +6,7 @@
 #include "app/display/display_helpers.h"
 #include "app/display/message_box.h"
 #include "erase/helper_program.h"
-#include "erase/postwipe_image.h"
+#include "erase/post_wipe.h"
 #include "tools/horizontal_line.h"
 #include "tools/selected_drive.h"
 
@@ -14,6 +14,8 @@
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QVBoxLayout>
+
+#include <utility>
 
 namespace {
 
@@ -132,24 +134,11 @@ void FormatPage::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
 void FormatPage::processClear()
 {
     if (process_ != nullptr) {
-        releaseProcess();
+        process_->disconnect(this);
+        kill_and_abandon(std::exchange(process_, nullptr));
     }
     delete progressDialog_;
     progressDialog_ = nullptr;
-}
-
-// Its own signal may be on the stack, and nobody waits for a helper that is still dying.
-void FormatPage::releaseProcess()
-{
-    process_->disconnect(this);
-    if (process_->state() == QProcess::NotRunning) {
-        process_->deleteLater();
-    } else {
-        connect(process_, &QProcess::finished, process_, &QObject::deleteLater);
-        process_->kill();
-        abandon(process_);
-    }
-    process_ = nullptr;
 }
 
 void FormatPage::processCancelled()

@@ -28,7 +28,6 @@ private slots:
 private:
     void startProcess(const QString& imagePath);
     void runProgressDialog();
-    void releaseProcess();
 
     QLabel* driveLabel_;
     QProcess* process_ = nullptr;
