@@ -3,7 +3,7 @@
 #include "app/display/display_helpers.h"
 #include "app/display/message_box.h"
 #include "erase/pattern/pattern.h"
-#include "erase/postwipe_image.h"
+#include "erase/post_wipe.h"
 
 #include <QCoreApplication>
 #include <QPointer>

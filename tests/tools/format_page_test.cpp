@@ -1,5 +1,5 @@
 #include "app/base/program_config.h"
-#include "erase/postwipe_image.h"
+#include "erase/post_wipe.h"
 #include "tests/app/test_support.h"
 #include "tests/tools/message_boxes.h"
 #include "tools/format_page.h"

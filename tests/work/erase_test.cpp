@@ -1,5 +1,5 @@
 #include "app/base/debug_log.h"
-#include "erase/postwipe_image.h"
+#include "erase/post_wipe.h"
 #include "storage/drives.h"
 #include "tests/work/appliance.h"
 
