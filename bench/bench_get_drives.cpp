@@ -2,8 +2,8 @@
 // disk service in the same process.
 #include "app/base/debug_log.h"
 #include "storage/drives.h"
-#include "tests/diskservice/private_bus.h"
-#include "tests/storage/fake_disk_service.h"
+#include "tests/support/fake_disk_service.h"
+#include "tests/support/private_bus.h"
 
 #include <QDBusMessage>
 

@@ -6,7 +6,7 @@
 #include "app/base/debug_log.h"
 #include "app/base/program_config.h"
 #include "app/window/main_window.h"
-#include "tests/diskservice/private_bus.h"
+#include "tests/support/private_bus.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

@@ -1,7 +1,7 @@
 #include "app/display/dbg_window.h"
 #include "app/display/system_command.h"
-#include "tests/app/test_support.h"
-#include "tests/tools/message_boxes.h"
+#include "tests/support/message_boxes.h"
+#include "tests/support/script_and_log.h"
 
 #include <QPlainTextEdit>
 #include <QPointer>

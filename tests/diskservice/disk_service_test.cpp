@@ -1,4 +1,4 @@
-#include "tests/diskservice/private_bus.h"
+#include "tests/support/private_bus.h"
 
 #include <QDBusMessage>
 #include <QDBusObjectPath>

@@ -1,5 +1,5 @@
 #include "erase/process.h"
-#include "tests/app/test_support.h"
+#include "tests/support/script_and_log.h"
 
 #include <QPointer>
 #include <QTemporaryDir>

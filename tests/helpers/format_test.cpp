@@ -1,4 +1,4 @@
-#include "tests/app/test_support.h"
+#include "tests/support/script_and_log.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,6 +1,6 @@
 #include "storage/driver.h"
-#include "tests/app/test_support.h"
-#include "tests/tools/file_drive.h"
+#include "tests/support/file_drive.h"
+#include "tests/support/script_and_log.h"
 
 #include <QProcess>
 #include <QTest>

@@ -1,7 +1,7 @@
 #include "storage/drives.h"
-#include "tests/app/test_support.h"
-#include "tests/diskservice/private_bus.h"
-#include "tests/storage/fake_disk_service.h"
+#include "tests/support/fake_disk_service.h"
+#include "tests/support/private_bus.h"
+#include "tests/support/script_and_log.h"
 
 #include <sstream>
 

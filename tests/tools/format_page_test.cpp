@@ -1,7 +1,7 @@
 #include "app/base/program_config.h"
 #include "erase/post_wipe.h"
-#include "tests/app/test_support.h"
-#include "tests/tools/message_boxes.h"
+#include "tests/support/message_boxes.h"
+#include "tests/support/script_and_log.h"
 #include "tools/format_page.h"
 #include "tools/selected_drive.h"
 

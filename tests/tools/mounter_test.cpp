@@ -1,6 +1,6 @@
-#include "tests/diskservice/private_bus.h"
-#include "tests/storage/fake_disk_service.h"
-#include "tests/tools/message_boxes.h"
+#include "tests/support/fake_disk_service.h"
+#include "tests/support/message_boxes.h"
+#include "tests/support/private_bus.h"
 #include "tools/mounter.h"
 
 #include <QListWidget>

@@ -1,4 +1,4 @@
-#include "tests/tools/file_drive.h"
+#include "tests/support/file_drive.h"
 #include "tools/sector_arithmetic.h"
 #include "tools/viewer.h"
 

@@ -1,5 +1,5 @@
-#include "tests/tools/file_drive.h"
-#include "tests/tools/message_boxes.h"
+#include "tests/support/file_drive.h"
+#include "tests/support/message_boxes.h"
 #include "tools/wipe_widget.h"
 
 #include <QDoubleSpinBox>

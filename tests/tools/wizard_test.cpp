@@ -1,6 +1,6 @@
 #include "app/display/display_helpers.h"
-#include "tests/diskservice/private_bus.h"
-#include "tests/storage/fake_disk_service.h"
+#include "tests/support/fake_disk_service.h"
+#include "tests/support/private_bus.h"
 #include "tools/selected_drive.h"
 #include "tools/wizard.h"
 

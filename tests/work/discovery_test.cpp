@@ -1,4 +1,4 @@
-#include "tests/work/appliance.h"
+#include "tests/support/appliance.h"
 
 // What is attached from which poll on, counted from 0.
 using Attached = QMap<int, QList<FakeDevice>>;

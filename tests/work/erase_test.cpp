@@ -1,7 +1,7 @@
 #include "app/base/debug_log.h"
 #include "erase/post_wipe.h"
 #include "storage/drives.h"
-#include "tests/work/appliance.h"
+#include "tests/support/appliance.h"
 
 #include <QApplication>
 

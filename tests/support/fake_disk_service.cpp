@@ -1,4 +1,4 @@
-#include "tests/storage/fake_disk_service.h"
+#include "tests/support/fake_disk_service.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

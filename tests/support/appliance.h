@@ -2,8 +2,8 @@
 
 #include "app/window/main_window.h"
 #include "app/window/window_minder.h"
-#include "tests/diskservice/private_bus.h"
-#include "tests/storage/fake_disk_service.h"
+#include "tests/support/fake_disk_service.h"
+#include "tests/support/private_bus.h"
 
 #include <QAction>
 #include <QLabel>

@@ -1,7 +1,7 @@
-#include "tests/work/appliance.h"
+#include "tests/support/appliance.h"
 
 #include "app/base/program_config.h"
-#include "tests/app/test_support.h"
+#include "tests/support/script_and_log.h"
 
 #include <QApplication>
 

@@ -1,4 +1,4 @@
-#include "tests/work/appliance.h"
+#include "tests/support/appliance.h"
 
 #include <QApplication>
 #include <QFileDialog>
