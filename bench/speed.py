@@ -17,12 +17,12 @@ import sys
 import tempfile
 import time
 
+from practice.stage.private_system import Stage
+from practice.stage.processes import Processes, wait_until
+from tests.faults.watched_run import clear, show_as_file
+
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BINARIES = ROOT / "build/release/bin"
-sys.path[:0] = [str(ROOT / "practice"), str(ROOT / "tests/faults")]
-from processes import Processes, wait_until
-from stage import Stage
-from watched_run import clear, show_as_file
 
 # As long as a machine word: a device that compresses has the same work with it as with the
 # zeros of dd and shred.

@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """The main job on image files: discovery, countdown, erasing, formatting, "Complete.".
 
 Nothing of this computer is touched: the program sees a private message bus whose disk
@@ -16,10 +15,9 @@ import subprocess
 import sys
 import time
 
-import erased_drive
-import used_drives
-from processes import Processes, wait_until
-from stage import Stage, press, screenshot
+from practice.stage import erased_drive, used_drives
+from practice.stage.private_system import Stage, press, screenshot
+from practice.stage.processes import Processes, wait_until
 
 WORK_DIRECTORY = "practice-run"
 SYSTEM_COMMANDS = ("/sbin/reboot", "/sbin/poweroff")
@@ -57,7 +55,7 @@ def shield_system_commands(arguments):
     shell = [*command, "sh", "-c", mounts + 'exec "$@"', "sh"]
     if subprocess.run([*shell, "true"], capture_output=True, check=False).returncode == 0:
         os.environ["PRACTICE_SHIELDED"] = "1"
-        os.execvp(shell[0], [*shell, sys.executable, *sys.argv])
+        os.execvp(shell[0], [*shell, sys.executable, *sys.orig_argv[1:]])
     if not is_virtual(arguments):
         sys.exit("practice: the restart and shutdown commands cannot be replaced for the run "
                  "(unshare failed), so the buttons in the window would be real; use --virtual, "

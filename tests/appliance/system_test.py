@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """Boots the medium in an emulated computer with drives of every kind, lets it work, and looks at
 the drives afterwards. Nothing of this computer is touched."""
 
@@ -10,14 +9,12 @@ import subprocess
 import sys
 import time
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path[:0] = [str(ROOT / "appliance"), str(ROOT / "practice")]
-import emulator  # noqa: E402 the folders have to be known first
-import erased_drive  # noqa: E402
-import old_contents  # noqa: E402
-from computer import Computer, read_picture  # noqa: E402
-from drives import BAD_SECTOR, CONTROLLERS, SECTORS_4096, Drive, one_of_each  # noqa: E402
+from appliance import emulator
+from practice.stage import erased_drive, old_contents
+from tests.appliance.computer import Computer, read_picture
+from tests.appliance.drives import BAD_SECTOR, CONTROLLERS, SECTORS_4096, Drive, one_of_each
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 boot_drive = runpy.run_path(str(ROOT / "tests/boot/boot-test"))["boot"]
 ERASE_SECONDS = 3600
 HUGE_MIB = 3 << 20  # more than an MBR and 32-bit sector numbers can hold

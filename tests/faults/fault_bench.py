@@ -9,10 +9,10 @@ import shutil
 import subprocess
 import sys
 
-import faulty_drive
-from watched_run import WatchedRun, clear, prepare, report, show_as_file, wait_until
-from erased_drive import SECTOR, check, pattern_sector
-from processes import Processes
+from practice.stage.erased_drive import SECTOR, check, pattern_sector
+from practice.stage.processes import Processes, wait_until
+from tests.faults import faulty_drive
+from tests.faults.watched_run import WatchedRun, clear, prepare, report, show_as_file
 
 TABLE = pathlib.Path(__file__).parents[2] / "docs/faults.md"
 ROW = re.compile(r"\| (.*) \| (write|some|flush|gone|read|lie) \|(.*)\|")

@@ -11,10 +11,9 @@ import sys
 import tempfile
 import types
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "practice"))
-from practice_run import Log, shield_system_commands
-from processes import wait_until
-from stage import Stage
+from practice.practice_run import Log, shield_system_commands
+from practice.stage.private_system import Stage
+from practice.stage.processes import wait_until
 
 HANG_SECONDS = 10
 SCREEN_TAIL_BYTES = 1 << 16  # room for some lines

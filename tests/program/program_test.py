@@ -10,10 +10,9 @@ import sys
 import tempfile
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "practice"))
-from practice_run import DISCOVERY_SECONDS, Log
-from processes import Processes, wait_until
-from stage import Stage
+from practice.practice_run import DISCOVERY_SECONDS, Log
+from practice.stage.private_system import Stage
+from practice.stage.processes import Processes, wait_until
 
 SIZE = 8 << 30  # takes the driver longer to write than it may live on
 KILL_SECONDS = 2

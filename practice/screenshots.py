@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """Makes the screenshots of the README: the automatic screen and each manual tool, on the image
 files of the practice run and on a virtual screen."""
 
@@ -9,10 +8,10 @@ import sys
 import tempfile
 import time
 
-import used_drives
-from practice_run import Log, shield_system_commands
-from processes import Processes
-from stage import Stage, press, screenshot
+from practice.practice_run import Log, shield_system_commands
+from practice.stage import used_drives
+from practice.stage.private_system import Stage, press, screenshot
+from practice.stage.processes import Processes
 
 SCREEN = "800x600"
 SETTLE_SECONDS = 1.5  # until a window is painted; nothing tells when it is
