@@ -3,7 +3,6 @@ the drives afterwards. Nothing of this computer is touched."""
 
 import argparse
 import pathlib
-import runpy
 import shutil
 import subprocess
 import sys
@@ -13,9 +12,9 @@ from appliance import emulator
 from practice.stage import erased_drive, old_contents
 from tests.appliance.computer import Computer, read_picture
 from tests.appliance.drives import BAD_SECTOR, CONTROLLERS, SECTORS_4096, Drive, one_of_each
+from tests.boot import boot_test
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-boot_drive = runpy.run_path(str(ROOT / "tests/boot/boot-test"))["boot"]
 ERASE_SECONDS = 3600
 HUGE_MIB = 3 << 20  # more than an MBR and 32-bit sector numbers can hold
 WIPED, PARTIALLY = "This drive was erased with", "This drive was partially erased with"
@@ -69,9 +68,9 @@ class Run:
         self.expect(not wrong, f"{drive}: {'; '.join(wrong)}")
         print(f"  {drive}: {'; '.join(facts)}", flush=True)
         if drive.sector_size == 512:  # a BIOS cannot boot from others
-            boot_drive("bios", [drive.file], picture, self.folder)
+            boot_test.boot("bios", [drive.file], picture, self.folder)
         device = "nvme,serial=1" + (SECTORS_4096 if drive.sector_size == 4096 else "")
-        boot_drive("uefi64", [drive.file], picture, self.folder, device)
+        boot_test.boot("uefi64", [drive.file], picture, self.folder, device)
 
 
 def erase(run, medium, firmware):
