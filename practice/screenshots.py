@@ -8,10 +8,11 @@ import sys
 import tempfile
 import time
 
-from practice.practice_run import Log, shield_system_commands
 from practice.stage import used_drives
 from practice.stage.private_system import Stage, press, screenshot
 from practice.stage.processes import Processes
+from practice.stage.program_log import Log
+from practice.stage.shield import shield_system_commands
 
 SCREEN = "800x600"
 SETTLE_SECONDS = 1.5  # until a window is painted; nothing tells when it is
@@ -68,8 +69,7 @@ def main():
                         help="the folder of the built or installed program")
     parser.add_argument("--output", type=pathlib.Path, required=True, help="for the pictures")
     arguments = parser.parse_args()
-    arguments.virtual = True
-    shield_system_commands(arguments)
+    shield_system_commands(is_virtual=True)
     directory = pathlib.Path(tempfile.mkdtemp(prefix="vantrelleplus-"))
     try:
         images = [used_drives.make(drive, directory) for drive in used_drives.DRIVES]

@@ -11,9 +11,10 @@ import sys
 import tempfile
 import types
 
-from practice.practice_run import Log, shield_system_commands
 from practice.stage.private_system import Stage
 from practice.stage.processes import wait_until
+from practice.stage.program_log import Log
+from practice.stage.shield import shield_system_commands
 
 HANG_SECONDS = 10
 SCREEN_TAIL_BYTES = 1 << 16  # room for some lines
@@ -28,7 +29,7 @@ def prepare(description, **usual):
         print(f"{description}\n\nThe settings, NAME=VALUE, and their usual values: {usual}")
         sys.exit(0 if "--help" in given else 2)
     settings = {name: type(value)(given.get(name, value)) for name, value in usual.items()}
-    shield_system_commands(types.SimpleNamespace(virtual=True))
+    shield_system_commands(is_virtual=True)
     options = types.SimpleNamespace(**settings)
     options.missing = ", ".join([tool for tool in ("nbdkit", "nbdfuse") if not shutil.which(tool)] +
                                 ["/dev/fuse"] * (not os.access("/dev/fuse", os.R_OK | os.W_OK)))

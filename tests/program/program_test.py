@@ -10,9 +10,9 @@ import sys
 import tempfile
 import time
 
-from practice.practice_run import DISCOVERY_SECONDS, Log
 from practice.stage.private_system import Stage
 from practice.stage.processes import Processes, wait_until
+from practice.stage.program_log import DISCOVERY_SECONDS, Log
 
 SIZE = 8 << 30  # takes the driver longer to write than it may live on
 KILL_SECONDS = 2
