@@ -17,7 +17,7 @@ import sys
 import tempfile
 import time
 
-from practice.stage.private_system import Stage
+from practice.stage.private_system import PrivateSystem
 from practice.stage.processes import Processes, wait_until
 from tests.faults.watched_run import clear, show_as_file
 
@@ -213,13 +213,13 @@ def compare_start(arguments):
         directory = pathlib.Path(name)
         # Without -noreset the screen would start anew after each program, into the next one's time.
         display = processes.start_virtual_screen("1024x768", None, "-fbdir", name, "-noreset")
-        stage = Stage(processes, BINARIES, directory, display, "1024x768")
+        system = PrivateSystem(processes, BINARIES, directory, display, "1024x768")
         images = [directory / str(number) for number in range(3)]
         for image in images:
             image.write_bytes(bytes(1 << 20))
-        stage.start_disk_service({image: "model=Bench" for image in images})
+        system.start_disk_service({image: "model=Bench" for image in images})
         environment = {"DISPLAY": display, "QT_QPA_PLATFORM": "xcb"}
-        starts = (stage.start_program,
+        starts = (system.start_program,
                   lambda: processes.start([BINARIES / "empty_window"], environment))
         with open(directory / "Xvfb_screen0", "rb") as screen:
             runs = [[measure_start(start, screen) for start in starts]

@@ -15,7 +15,7 @@ import time
 
 from practice.reports import checksum, report_erased, report_unchanged
 from practice.stage import used_drives
-from practice.stage.private_system import Stage, press, screenshot
+from practice.stage.private_system import PrivateSystem, press, screenshot
 from practice.stage.processes import Processes, wait_until
 from practice.stage.program_log import DISCOVERY_SECONDS, Log
 from practice.stage.shield import shield_system_commands
@@ -68,12 +68,12 @@ def follow(log, window, display, directory, emulate):
 def run_program(arguments, directory, images, log):
     display = None if is_virtual(arguments) else os.environ["DISPLAY"]
     with Processes() as processes:
-        stage = Stage(processes, arguments.programs, directory, display, arguments.size)
-        stage.start_disk_service({image: drive.description()
-                                  for image, drive in zip(images, used_drives.DRIVES)})
-        window = stage.start_program()
+        system = PrivateSystem(processes, arguments.programs, directory, display, arguments.size)
+        system.start_disk_service({image: drive.description()
+                                   for image, drive in zip(images, used_drives.DRIVES)})
+        window = system.start_program()
         if is_virtual(arguments):
-            follow(log, window, stage.display, directory, arguments.emulate)
+            follow(log, window, system.display, directory, arguments.emulate)
         else:
             print("The report comes when you close the window.")
             window.wait()

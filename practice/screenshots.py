@@ -9,7 +9,7 @@ import tempfile
 import time
 
 from practice.stage import used_drives
-from practice.stage.private_system import Stage, press, screenshot
+from practice.stage.private_system import PrivateSystem, press, screenshot
 from practice.stage.processes import Processes
 from practice.stage.program_log import Log
 from practice.stage.shield import shield_system_commands
@@ -74,12 +74,12 @@ def main():
     try:
         images = [used_drives.make(drive, directory) for drive in used_drives.DRIVES]
         with Processes() as processes:
-            stage = Stage(processes, arguments.programs, directory, size=SCREEN)
-            stage.start_disk_service({image: drive.description()
-                                      for image, drive in zip(images, used_drives.DRIVES)})
-            stage.start_program()
+            system = PrivateSystem(processes, arguments.programs, directory, size=SCREEN)
+            system.start_disk_service({image: drive.description()
+                                       for image, drive in zip(images, used_drives.DRIVES)})
+            system.start_program()
             time.sleep(SETTLE_SECONDS)
-            tour = Tour(stage.display, arguments.output)
+            tour = Tour(system.display, arguments.output)
             show_tools(tour)
             show_erasing(tour, Log(directory / "log.txt"))
     finally:

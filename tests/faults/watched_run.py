@@ -11,7 +11,7 @@ import sys
 import tempfile
 import types
 
-from practice.stage.private_system import Stage
+from practice.stage.private_system import PrivateSystem
 from practice.stage.processes import wait_until
 from practice.stage.program_log import Log
 from practice.stage.shield import shield_system_commands
@@ -84,9 +84,9 @@ class WatchedRun:
                        "QT_QPA_GENERIC_PLUGINS": f"screen_reader:{self._screen}"}
         self._ruler = directory / "ruler"  # the same by a shell, for when the machine stands
         processes.start(["sh", "-c", RULER, self._ruler])
-        stage = Stage(processes, options.build / "bin", directory)
-        stage.start_disk_service({path: f"model={name}" for name, path in drives.items()})
-        self._program = stage.start_program()
+        system = PrivateSystem(processes, options.build / "bin", directory)
+        system.start_disk_service({path: f"model={name}" for name, path in drives.items()})
+        self._program = system.start_program()
         wait_until(lambda: self._screen.exists() and self._screen.stat().st_size, HANG_SECONDS,
                    "the screen")
 

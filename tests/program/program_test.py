@@ -10,7 +10,7 @@ import sys
 import tempfile
 import time
 
-from practice.stage.private_system import Stage
+from practice.stage.private_system import PrivateSystem
 from practice.stage.processes import Processes, wait_until
 from practice.stage.program_log import DISCOVERY_SECONDS, Log
 
@@ -26,20 +26,20 @@ with tempfile.TemporaryDirectory() as name, Processes() as processes:
     os.truncate(image, SIZE)
     before = image.stat()
     display = processes.start_virtual_screen("800x600", None, "-fbdir", name)
-    stage = Stage(processes, pathlib.Path(sys.argv[1]), directory, display)
+    system = PrivateSystem(processes, pathlib.Path(sys.argv[1]), directory, display)
     launcher = directory / "dbus-launch"
     launcher.write_text(f"#!/bin/sh\ntouch {directory}/launched\n")
     launcher.chmod(0o755)
     os.environ.pop("DBUS_SESSION_BUS_ADDRESS", None)
     os.environ["PATH"] = f"{directory}:{os.environ['PATH']}"
-    service = stage.start_disk_service({image: "model=Used"})
+    service = system.start_disk_service({image: "model=Used"})
     ping = ["dbus-send", "--system", "--print-reply", "--dest=org.freedesktop.UDisks",
             "/org/freedesktop/UDisks", "org.freedesktop.DBus.Peer.Ping"]
-    wait_until(lambda: not subprocess.run(ping, env={**os.environ, **stage.bus},
+    wait_until(lambda: not subprocess.run(ping, env={**os.environ, **system.bus},
                                           stderr=subprocess.DEVNULL, check=False).returncode,
                10, "the disk service")
     service.send_signal(signal.SIGSTOP)
-    program, start = stage.start_program(), time.monotonic()
+    program, start = system.start_program(), time.monotonic()
 
     screen = directory / "Xvfb_screen0"
     wait_until(lambda: any(screen.read_bytes()[-4096:]), 10, "the window")
