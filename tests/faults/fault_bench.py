@@ -152,7 +152,7 @@ def main():
         if missing:
             print(f"skipped, there is no {missing}: {row}")
             rows.remove(row)
-    return report(options, run_all(rows, options))
+    return report(run_all(rows, options))
 
 
 if __name__ == "__main__":

@@ -103,7 +103,7 @@ def main():
     plans = [(options, victim, number) for victim in options.only.split()
              for number in range(options.count)]
     with multiprocessing.Pool(options.jobs, maxtasksperchild=1) as pool:
-        return report(options, pool.imap(one_run, plans, chunksize=1))
+        return report(pool.imap(one_run, plans, chunksize=1))
 
 
 if __name__ == "__main__":

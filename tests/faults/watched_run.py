@@ -1,6 +1,7 @@
 """What both benches need: drives that nbdkit makes, and the program on a bus of its own with
 such drives, of which the plugin screen_reader tells what the screen shows."""
 
+import atexit
 import json
 import os
 import pathlib
@@ -22,7 +23,8 @@ RULER = """while sleep 0.1; do date '+"ms":%s%3N' >>"$0"; done"""
 
 
 def prepare(description, **usual):
-    """Reads the settings, given as NAME=VALUE, and makes a directory for what the run makes."""
+    """Reads the settings, given as NAME=VALUE, and makes a directory for what the run makes; it
+    is removed at the end."""
     usual |= {"build": "build/release", "directory": tempfile.gettempdir()}
     given = dict(argument.partition("=")[::2] for argument in sys.argv[1:])
     if not given.keys() <= usual.keys():
@@ -34,21 +36,19 @@ def prepare(description, **usual):
     options.missing = ", ".join([tool for tool in ("nbdkit", "nbdfuse") if not shutil.which(tool)] +
                                 ["/dev/fuse"] * (not os.access("/dev/fuse", os.R_OK | os.W_OK)))
     options.directory = pathlib.Path(tempfile.mkdtemp(dir=options.directory)).resolve()
+    atexit.register(clear, options.directory)
     options.build = pathlib.Path(options.build).resolve()
     return options
 
 
-def report(options, results):
+def report(results):
     """Prints a line for each result (name, state, message, what is wrong); gives the exit code."""
-    try:
-        is_wrong = False
-        for name, state, message, wrong in results:
-            is_wrong |= bool(wrong)
-            outcome = f"WRONG {wrong}" if wrong else "right"
-            print(f"{name:22} {state:7} {outcome}: {message}", flush=True)
-        return int(is_wrong)
-    finally:
-        clear(options.directory)
+    is_wrong = False
+    for name, state, message, wrong in results:
+        is_wrong |= bool(wrong)
+        outcome = f"WRONG {wrong}" if wrong else "right"
+        print(f"{name:22} {state:7} {outcome}: {message}", flush=True)
+    return int(is_wrong)
 
 
 def clear(directory):
