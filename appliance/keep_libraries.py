@@ -45,4 +45,5 @@ def main():
         path.unlink()
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -40,4 +40,5 @@ def main():
         (folder / name).unlink()
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """measure.py MEDIUM REPORT [--runs N]: boots the medium in the folder MEDIUM in an emulator in
 every way it can be started, and writes how long each takes, and how much memory it needs, into
 the file REPORT. Needs neither root nor KVM."""
@@ -12,7 +11,7 @@ import statistics
 import subprocess
 import tempfile
 
-import emulator
+from appliance import emulator
 
 HERE = pathlib.Path(__file__).parent
 DEADLINE_S = 240
@@ -125,4 +124,5 @@ def main():
     arguments.report.write_text("\n".join(lines) + "\n")
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -17,12 +17,12 @@ import sys
 import tempfile
 import time
 
+from practice.stage.private_system import PrivateSystem
+from practice.stage.processes import Processes, wait_until
+from tests.faults.watched_run import clear, show_as_file
+
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BINARIES = ROOT / "build/release/bin"
-sys.path[:0] = [str(ROOT / "practice"), str(ROOT / "tests/faults")]
-from processes import Processes, wait_until
-from stage import Stage
-from watched_run import clear, show_as_file
 
 # As long as a machine word: a device that compresses has the same work with it as with the
 # zeros of dd and shred.
@@ -213,13 +213,13 @@ def compare_start(arguments):
         directory = pathlib.Path(name)
         # Without -noreset the screen would start anew after each program, into the next one's time.
         display = processes.start_virtual_screen("1024x768", None, "-fbdir", name, "-noreset")
-        stage = Stage(processes, BINARIES, directory, display, "1024x768")
+        system = PrivateSystem(processes, BINARIES, directory, display, "1024x768")
         images = [directory / str(number) for number in range(3)]
         for image in images:
             image.write_bytes(bytes(1 << 20))
-        stage.start_disk_service({image: "model=Bench" for image in images})
+        system.start_disk_service({image: "model=Bench" for image in images})
         environment = {"DISPLAY": display, "QT_QPA_PLATFORM": "xcb"}
-        starts = (stage.start_program,
+        starts = (system.start_program,
                   lambda: processes.start([BINARIES / "empty_window"], environment))
         with open(directory / "Xvfb_screen0", "rb") as screen:
             runs = [[measure_start(start, screen) for start in starts]

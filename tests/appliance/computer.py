@@ -5,7 +5,7 @@ import re
 import subprocess
 import time
 
-import emulator
+from appliance import emulator
 
 OPTIONS = {"capture_output": True, "check": True, "env": {**os.environ, "OMP_THREAD_LIMIT": "1"}}
 

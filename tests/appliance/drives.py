@@ -6,8 +6,8 @@ import pathlib
 import random
 import subprocess
 
-import old_contents
-from used_drives import MIB
+from practice.stage import old_contents
+from practice.stage.used_drives import MIB
 
 BAD_SECTOR = 77777
 CONTROLLERS = ["-device", "qemu-xhci,id=usb", "-device", "ahci,id=sata", "-device", "sdhci-pci"]

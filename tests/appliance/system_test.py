@@ -1,24 +1,20 @@
-#!/usr/bin/env python3
 """Boots the medium in an emulated computer with drives of every kind, lets it work, and looks at
 the drives afterwards. Nothing of this computer is touched."""
 
 import argparse
 import pathlib
-import runpy
 import shutil
 import subprocess
 import sys
 import time
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path[:0] = [str(ROOT / "appliance"), str(ROOT / "practice")]
-import emulator  # noqa: E402 the folders have to be known first
-import erased_drive  # noqa: E402
-import old_contents  # noqa: E402
-from computer import Computer, read_picture  # noqa: E402
-from drives import BAD_SECTOR, CONTROLLERS, SECTORS_4096, Drive, one_of_each  # noqa: E402
+from appliance import emulator
+from practice.stage import erased_drive, old_contents
+from tests.appliance.computer import Computer, read_picture
+from tests.appliance.drives import BAD_SECTOR, CONTROLLERS, SECTORS_4096, Drive, one_of_each
+from tests.boot import boot_test
 
-boot_drive = runpy.run_path(str(ROOT / "tests/boot/boot-test"))["boot"]
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 ERASE_SECONDS = 3600
 HUGE_MIB = 3 << 20  # more than an MBR and 32-bit sector numbers can hold
 WIPED, PARTIALLY = "This drive was erased with", "This drive was partially erased with"
@@ -72,9 +68,9 @@ class Run:
         self.expect(not wrong, f"{drive}: {'; '.join(wrong)}")
         print(f"  {drive}: {'; '.join(facts)}", flush=True)
         if drive.sector_size == 512:  # a BIOS cannot boot from others
-            boot_drive("bios", [drive.file], picture, self.folder)
+            boot_test.boot("bios", [drive.file], picture, self.folder)
         device = "nvme,serial=1" + (SECTORS_4096 if drive.sector_size == 4096 else "")
-        boot_drive("uefi64", [drive.file], picture, self.folder, device)
+        boot_test.boot("uefi64", [drive.file], picture, self.folder, device)
 
 
 def erase(run, medium, firmware):

@@ -1,5 +1,15 @@
 """Erases drives that fail or lie, first with the driver alone and then all of them at once under
-the program, and compares what is left with what could be written, byte by byte."""
+the program, and compares what is left with what could be written, byte by byte.
+
+only=EXPRESSION chooses faults by a regular expression, which is looked for in their names and
+lines of docs/faults.md. more=FILE adds the faults of a file in the form of
+tests/faults/faults.toml, such as:
+
+    [[fault]]
+    name = "first sector"
+    kind = "write"
+    rules.bad = "s == 0"
+"""
 
 import errno
 import os
@@ -9,13 +19,12 @@ import shutil
 import subprocess
 import sys
 
-import faulty_drive
-from watched_run import WatchedRun, clear, prepare, report, show_as_file, wait_until
-from erased_drive import SECTOR, check, pattern_sector
-from processes import Processes
+from practice.stage.erased_drive import SECTOR, check, pattern_sector
+from practice.stage.processes import Processes, wait_until
+from tests.faults import faulty_drive
+from tests.faults.faults import TABLE, read_faults
+from tests.faults.watched_run import WatchedRun, clear, prepare, report, show_as_file
 
-TABLE = pathlib.Path(__file__).parents[2] / "docs/faults.md"
-ROW = re.compile(r"\| (.*) \| (write|some|flush|gone|read|lie) \|(.*)\|")
 MAX_MARKS = 64  # sectors with neither the old nor the new that an unfinished run may leave
 IN_FLIGHT_SECTORS = 8 * (2 << 20) // 512
 RUN_SECONDS = 3600
@@ -24,11 +33,9 @@ RUN_SECONDS = 3600
 class Drive:
     """A faulty drive, as the file `path`; what it really holds is in `medium`."""
 
-    def __init__(self, row, directory, options, processes):
-        self.name, self.kind, rules = ROW.match(row).groups()
-        given = [f"seed={options.seed}", f"seconds={options.seconds}"]
-        given += re.findall("`(.*?)`", rules)
-        self.settings = dict(setting.split("=", 1) for setting in given)
+    def __init__(self, fault, directory, options, processes):
+        self.name, self.kind = fault.name, fault.kind
+        self.settings = {"seed": options.seed, "seconds": options.seconds, **fault.rules}
         folder = directory / re.sub(r"\W", "-", self.name)
         folder.mkdir(parents=True)
         self.path = self.medium = folder / folder.name
@@ -43,7 +50,8 @@ class Drive:
             shutil.copyfile(self.old, self.medium)
             show_as_file(processes, self.path, [
                 "--filter=error", "--filter=delay", "--filter=blocksize", "python",
-                faulty_drive.__file__, f"file={self.medium}", *given, f"minblock={SECTOR}"])
+                faulty_drive.__file__, f"file={self.medium}", f"minblock={SECTOR}",
+                *(f"{name}={value}" for name, value in self.settings.items())])
         self.sectors = range(self.path.stat().st_size // SECTOR)
         self.rules = faulty_drive.read_rules(len(self.sectors), self.settings)
 
@@ -122,37 +130,45 @@ def run_program(drives, options, processes):
         yield drive.name, row, message, wrong
 
 
-def run_all(rows, options):
+def run_all(faults, options):
     with (options.directory / "old").open("wb") as old:
         subprocess.run(["head", "-c", f"{options.size}M", "/dev/urandom"], stdout=old, check=True)
-    for row in rows:
+    for fault in faults:
         with Processes() as processes:
-            drive = Drive(row, options.directory / "alone", options, processes)
+            drive = Drive(fault, options.directory / "alone", options, processes)
             yield run_driver(drive, options)
         clear(options.directory / "alone")
-    read_rows = [row for row in rows if ROW.match(row)[2] == "read"]
-    for group in ([row for row in rows if row not in read_rows], read_rows):
+    reading = [fault for fault in faults if fault.kind == "read"]
+    for group in ([fault for fault in faults if fault.kind != "read"], reading):
         if not group or not options.program:
             continue
         with Processes() as processes:
-            drives = [Drive(row, options.directory / "drives", options, processes)
-                      for row in group]
+            drives = [Drive(fault, options.directory / "drives", options, processes)
+                      for fault in group]
             yield from run_program(drives, options, processes)
         clear(options.directory / "drives")
         shutil.rmtree(options.directory / "run")
 
 
+def missing_for(fault, options):
+    """What this computer lacks to try the fault; empty when nothing is missing."""
+    setup = fault.rules.get("setup")
+    if setup is None:
+        return options.missing
+    return "root" if "mount" in setup and os.geteuid() != 0 else ""
+
+
 def main():
     options = prepare(__doc__, size=64, seed=5, seconds=30, program=1, only="", more="")
-    rows = [line for line in (TABLE.read_text() + "\n" + options.more).splitlines()
-            if ROW.match(line) and re.search(options.only, line)]
-    for row in list(rows):
-        missing = "" if "setup" in row else options.missing
-        missing = "root" if "mount" in row and os.geteuid() != 0 else missing
-        if missing:
-            print(f"skipped, there is no {missing}: {row}")
-            rows.remove(row)
-    return report(options, run_all(rows, options))
+    faults = [fault for path in (TABLE, options.more) if path
+              for fault in read_faults(pathlib.Path(path)) if fault.matches(options.only)]
+    if not faults:
+        sys.exit(f"there is no fault that only={options.only} matches")
+    for fault in list(faults):
+        if missing := missing_for(fault, options):
+            print(f"skipped, there is no {missing}: {fault.row()}")
+            faults.remove(fault)
+    return report(run_all(faults, options))
 
 
 if __name__ == "__main__":

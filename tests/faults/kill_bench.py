@@ -9,9 +9,9 @@ import subprocess
 import sys
 import time
 
-from watched_run import WatchedRun, clear, prepare, report, show_as_file, wait_until
-from erased_drive import check
-from processes import Processes
+from practice.stage.erased_drive import check
+from practice.stage.processes import Processes, wait_until
+from tests.faults.watched_run import WatchedRun, clear, prepare, report, show_as_file
 
 # What is killed, by its command line, and the seconds of its life, at this pace on two cores.
 VICTIMS = {"lib/driver": 6, "lib/format": 3, "bin/diskservice": 30, "dbus-daemon": 30,
@@ -103,7 +103,7 @@ def main():
     plans = [(options, victim, number) for victim in options.only.split()
              for number in range(options.count)]
     with multiprocessing.Pool(options.jobs, maxtasksperchild=1) as pool:
-        return report(options, pool.imap(one_run, plans, chunksize=1))
+        return report(pool.imap(one_run, plans, chunksize=1))
 
 
 if __name__ == "__main__":

@@ -1,6 +1,7 @@
 """What both benches need: drives that nbdkit makes, and the program on a bus of its own with
 such drives, of which the plugin screen_reader tells what the screen shows."""
 
+import atexit
 import json
 import os
 import pathlib
@@ -11,10 +12,10 @@ import sys
 import tempfile
 import types
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "practice"))
-from practice_run import Log, shield_system_commands
-from processes import wait_until
-from stage import Stage
+from practice.stage.private_system import PrivateSystem
+from practice.stage.processes import wait_until
+from practice.stage.program_log import Log
+from practice.stage.shield import shield_system_commands
 
 HANG_SECONDS = 10
 SCREEN_TAIL_BYTES = 1 << 16  # room for some lines
@@ -22,33 +23,32 @@ RULER = """while sleep 0.1; do date '+"ms":%s%3N' >>"$0"; done"""
 
 
 def prepare(description, **usual):
-    """Reads the settings, given as NAME=VALUE, and makes a directory for what the run makes."""
+    """Reads the settings, given as NAME=VALUE, and makes a directory for what the run makes; it
+    is removed at the end."""
     usual |= {"build": "build/release", "directory": tempfile.gettempdir()}
     given = dict(argument.partition("=")[::2] for argument in sys.argv[1:])
     if not given.keys() <= usual.keys():
         print(f"{description}\n\nThe settings, NAME=VALUE, and their usual values: {usual}")
         sys.exit(0 if "--help" in given else 2)
     settings = {name: type(value)(given.get(name, value)) for name, value in usual.items()}
-    shield_system_commands(types.SimpleNamespace(virtual=True))
+    shield_system_commands(is_virtual=True)
     options = types.SimpleNamespace(**settings)
     options.missing = ", ".join([tool for tool in ("nbdkit", "nbdfuse") if not shutil.which(tool)] +
                                 ["/dev/fuse"] * (not os.access("/dev/fuse", os.R_OK | os.W_OK)))
     options.directory = pathlib.Path(tempfile.mkdtemp(dir=options.directory)).resolve()
+    atexit.register(clear, options.directory)
     options.build = pathlib.Path(options.build).resolve()
     return options
 
 
-def report(options, results):
+def report(results):
     """Prints a line for each result (name, state, message, what is wrong); gives the exit code."""
-    try:
-        is_wrong = False
-        for name, state, message, wrong in results:
-            is_wrong |= bool(wrong)
-            outcome = f"WRONG {wrong}" if wrong else "right"
-            print(f"{name:22} {state:7} {outcome}: {message}", flush=True)
-        return int(is_wrong)
-    finally:
-        clear(options.directory)
+    is_wrong = False
+    for name, state, message, wrong in results:
+        is_wrong |= bool(wrong)
+        outcome = f"WRONG {wrong}" if wrong else "right"
+        print(f"{name:22} {state:7} {outcome}: {message}", flush=True)
+    return int(is_wrong)
 
 
 def clear(directory):
@@ -84,9 +84,9 @@ class WatchedRun:
                        "QT_QPA_GENERIC_PLUGINS": f"screen_reader:{self._screen}"}
         self._ruler = directory / "ruler"  # the same by a shell, for when the machine stands
         processes.start(["sh", "-c", RULER, self._ruler])
-        stage = Stage(processes, options.build / "bin", directory)
-        stage.start_disk_service({path: f"model={name}" for name, path in drives.items()})
-        self._program = stage.start_program()
+        system = PrivateSystem(processes, options.build / "bin", directory)
+        system.start_disk_service({path: f"model={name}" for name, path in drives.items()})
+        self._program = system.start_program()
         wait_until(lambda: self._screen.exists() and self._screen.stat().st_size, HANG_SECONDS,
                    "the screen")
 

@@ -5,8 +5,8 @@ import os
 import struct
 import zlib
 
-import used_drives
-from used_drives import MIB, SECRET, Partition, UsedDrive
+from practice.stage import used_drives
+from practice.stage.used_drives import MIB, SECRET, Partition, UsedDrive
 
 PARTITIONS = {  # table, file systems with their shares of the drive
     "office": ("dos", {"vfat": 0.4, "ext4": 0.6}),

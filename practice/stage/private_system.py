@@ -1,11 +1,11 @@
-"""What the program sees in a practice run: a screen, a private message bus, and a disk service
-that lists image files and nothing else."""
+"""What the program sees in a run on image files: a screen, a private message bus, and a disk
+service that lists the images and nothing else."""
 
 import os
 import subprocess
 
 
-class Stage:
+class PrivateSystem:
     """Starts things through `processes`, which ends them. Messages of all of them are collected
     in `directory`, where the program's log and library directory are, too. `bus` is what a
     program's environment needs for the private bus."""

@@ -1,23 +1,18 @@
-#!/usr/bin/env python3
 """Boots a formatted image and looks at the screen.
 
-Usage: boot-test FORMAT DIRECTORY
-
-FORMAT is the built `format` program; it formats an image file that was filled with a
-pattern before. The image is then booted in an emulator by BIOS, by 64-bit UEFI and by
-32-bit UEFI, each time beside a second drive that shows another picture. The screen has to
-become the picture; a key has to restart the machine. The last screens are kept in DIRECTORY.
-The first failure ends it, with exit code 1. Needs neither root nor KVM.
+An image file that was filled with a pattern is formatted and booted in an emulator by BIOS, by
+64-bit UEFI and by 32-bit UEFI, each time beside a second drive that shows another picture. The
+screen has to become the picture; a key has to restart the machine. The last screens are kept in
+DIRECTORY. The first failure ends it, with exit code 1. Needs neither root nor KVM.
 """
+import argparse
 import pathlib
 import re
 import subprocess
-import sys
 import tempfile
 import time
 
-sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / 'appliance'))
-import emulator  # noqa: E402 its folder has to be known first
+from appliance import emulator
 
 DEADLINE_S = 240         # for one boot; software emulation on a loaded machine is slow
 ALLOWED_RMSE = 0.001     # of full scale; a text cursor left on the picture makes 0.0016
@@ -68,7 +63,11 @@ def boot(firmware, drives, picture, directory, device='ide-hd,bus=sata.{}'):
 
 
 def main():
-    program, directory = sys.argv[1:]
+    parser = argparse.ArgumentParser(prog='boot-test', description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument('format', metavar='FORMAT', help='the built `format` program')
+    parser.add_argument('directory', metavar='DIRECTORY', help='for the screens')
+    arguments = parser.parse_args()
     with tempfile.TemporaryDirectory() as folder:
         pictures = [folder + '/other.png', folder + '/picture.png']
         make_picture(pictures[0], '#a06030-#fff0f0')
@@ -76,9 +75,9 @@ def main():
         drives = [picture + '.drive' for picture in pictures]
         for drive, picture in zip(drives, pictures):
             pathlib.Path(drive).write_bytes(b'VANTRELLE' * (96 * 2**20 // 9))
-            subprocess.run([program, drive, picture], check=True)
+            subprocess.run([arguments.format, drive, picture], check=True)
         for firmware in emulator.FIRMWARES:
-            boot(firmware, drives, pictures[1], directory)
+            boot(firmware, drives, pictures[1], arguments.directory)
             print(f'{firmware}: passed', flush=True)
 
 

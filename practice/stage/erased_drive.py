@@ -3,7 +3,7 @@
 import struct
 import subprocess
 
-from used_drives import SECRET
+from practice.stage.used_drives import SECRET
 
 SECTOR = 512
 PARTITION_START = 1 << 20

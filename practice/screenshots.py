@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """Makes the screenshots of the README: the automatic screen and each manual tool, on the image
 files of the practice run and on a virtual screen."""
 
@@ -9,10 +8,11 @@ import sys
 import tempfile
 import time
 
-import used_drives
-from practice_run import Log, shield_system_commands
-from processes import Processes
-from stage import Stage, press, screenshot
+from practice.stage import used_drives
+from practice.stage.private_system import PrivateSystem, press, screenshot
+from practice.stage.processes import Processes
+from practice.stage.program_log import Log
+from practice.stage.shield import shield_system_commands
 
 SCREEN = "800x600"
 SETTLE_SECONDS = 1.5  # until a window is painted; nothing tells when it is
@@ -69,18 +69,17 @@ def main():
                         help="the folder of the built or installed program")
     parser.add_argument("--output", type=pathlib.Path, required=True, help="for the pictures")
     arguments = parser.parse_args()
-    arguments.virtual = True
-    shield_system_commands(arguments)
+    shield_system_commands(is_virtual=True)
     directory = pathlib.Path(tempfile.mkdtemp(prefix="vantrelleplus-"))
     try:
         images = [used_drives.make(drive, directory) for drive in used_drives.DRIVES]
         with Processes() as processes:
-            stage = Stage(processes, arguments.programs, directory, size=SCREEN)
-            stage.start_disk_service({image: drive.description()
-                                      for image, drive in zip(images, used_drives.DRIVES)})
-            stage.start_program()
+            system = PrivateSystem(processes, arguments.programs, directory, size=SCREEN)
+            system.start_disk_service({image: drive.description()
+                                       for image, drive in zip(images, used_drives.DRIVES)})
+            system.start_program()
             time.sleep(SETTLE_SECONDS)
-            tour = Tour(stage.display, arguments.output)
+            tour = Tour(system.display, arguments.output)
             show_tools(tour)
             show_erasing(tour, Log(directory / "log.txt"))
     finally:

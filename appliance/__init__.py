@@ -1,0 +1,1 @@
+"""The boot medium: how it is made, started in an emulator and measured."""

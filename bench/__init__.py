@@ -1,0 +1,1 @@
+"""Figures, measured side by side with what they are compared to."""

@@ -1,0 +1,1 @@
+"""Tests of the whole program and of the appliance; the unit tests are in C++."""

@@ -1,0 +1,1 @@
+"""Formatted drives are booted in an emulator."""

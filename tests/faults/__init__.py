@@ -1,0 +1,1 @@
+"""Drives that fail, and processes that are killed."""
