@@ -51,6 +51,12 @@ QString partition_text(const Drive::Partition& partition)
            QString::fromLatin1(partition.comment());
 }
 
+// Erasing has begun: who is not running yet waits for its start.
+bool has_work(const WorkWidget::Worker& worker)
+{
+    return worker.status() == Process::Running || worker.status() == Process::NotStarted;
+}
+
 QString seconds_text(int seconds)
 {
     return seconds == 1 ? QObject::tr("1 second") : QObject::tr("%1 seconds").arg(seconds);
@@ -221,8 +227,8 @@ void WorkWidget::eraseStart()
     const bool emulate = mainWindow_ != nullptr && mainWindow_->emulateErasing();
     for (const auto& worker : workers_) {
         // Each start waits for its child. One that was not reached when the user stops is left out.
-        queueCall([this, worker, emulate] {
-            if (state_ == Erasing) {
+        queueCall([worker, emulate] {
+            if (worker->status() == Process::NotStarted) {
                 worker->start(emulate);
             }
         });
@@ -238,21 +244,19 @@ void WorkWidget::eraseStop()
     }
     const auto workers = workers_; // stay alive whatever happens below a box
     for (const auto& worker : workers) {
-        if (worker->status() == Process::Running) {
+        if (has_work(*worker)) {
             worker->stop();
         }
     }
     state_ = Idle;
     hideButtons();
+    checkWorkers(); // none may be left whose end would come here
 }
 
 void WorkWidget::checkWorkers()
 {
-    const bool isAnyRunning =
-        std::any_of(workers_.cbegin(), workers_.cend(),
-                    [](const auto& worker) { return worker->status() == Process::Running; });
-    const bool isAnyToBeStarted = state_ == Erasing && !queuedCalls_.empty();
-    if (isAnyRunning || isAnyToBeStarted) {
+    if (std::any_of(workers_.cbegin(), workers_.cend(),
+                    [](const auto& worker) { return has_work(*worker); })) {
         return;
     }
     state_ = Idle;
@@ -269,6 +273,9 @@ void WorkWidget::queueCall(std::function<void()> call)
 // The turn after it comes also below a message box that the call opens.
 void WorkWidget::runNextCall()
 {
+    if (queuedCalls_.empty()) {
+        return;
+    }
     const auto call = std::move(queuedCalls_.front());
     queuedCalls_.pop_front();
     if (!queuedCalls_.empty()) {
@@ -313,8 +320,11 @@ void WorkWidget::showRestartButton()
     ui->restartInitializationButton->setFocus(Qt::OtherFocusReason);
 }
 
+// The keyboard must not fall on "Restart Computer", where a key that was meant for Stop would
+// restart it; Tab leads there.
 void WorkWidget::hideButtons()
 {
+    setFocus(Qt::OtherFocusReason);
     ui->stopButton->hide();
     ui->restartInitializationButton->hide();
 }
@@ -345,6 +355,7 @@ void WorkWidget::clearDrives()
 {
     ui->drivesTreeWidget->clear();
     workers_.clear();
+    queuedCalls_.clear(); // of workers whose rows have gone
 }
 
 QProgressBar* WorkWidget::addRow(const Drive& drive)

@@ -115,6 +115,11 @@ void WorkWidget::WorkerWipeAndFormat::start(bool emulate)
 
 void WorkWidget::WorkerWipeAndFormat::stop()
 {
+    if (current_->status() == Process::NotStarted) {
+        current_->setStatus(Process::Stopped); // nothing was written: nothing to format
+        progressBar_->setFormat(status_word("STOPPED"));
+        return;
+    }
     current_->stop();
 }
 
@@ -180,13 +185,13 @@ void WorkWidget::WorkerWipeAndFormat::showStopped()
 }
 
 // While the message box is open anything may happen, also the end of the job and with it of
-// this worker: then nothing of them may be touched any more.
+// this worker, or of the screen and its rows: then nothing of them may be touched any more.
 void WorkWidget::WorkerWipeAndFormat::showFailed(Process& job, const QString& text)
 {
     const QPointer<Process> self(&job);
     progressBar_->setFormat(status_word("ERROR"));
     message_box::show(owner_->window(), QMessageBox::Critical, owner_->windowTitle(), text);
-    if (self) {
+    if (self && owner_) {
         currentProcessFinished();
     }
 }

@@ -5,9 +5,12 @@
 #include "storage/drive.h"
 #include "work/worker.h"
 
+#include <QPointer>
+
 /// Erases one drive: first the wipe job; when that has ended, completely or because the
 /// user stopped it, the post-wipe picture and the format job. A failed wipe is not
-/// formatted. Destroying the worker kills what still runs.
+/// formatted, nor is a drive whose wipe was stopped before it began. Destroying the worker kills
+/// what still runs.
 class WorkWidget::WorkerWipeAndFormat : public WorkWidget::Worker {
 public:
     /// `id` identifies both jobs in the log. The bar belongs to the row.
@@ -30,7 +33,7 @@ private:
     void showFailed(Process& job, const QString& text);
 
     Drive drive_;
-    WorkWidget* owner_;
+    QPointer<WorkWidget> owner_; ///< May go while a message box of this worker is open.
     QProgressBar* progressBar_;
     std::unique_ptr<WiperUI> wiper_;
     std::unique_ptr<FormatterUI> formatter_;

@@ -38,6 +38,8 @@ Appliance::Appliance(const QList<FakeDevice>& devices)
     };
     QObject::connect(&boxTimer_, &QTimer::timeout, [this] { answerBox(); });
     boxTimer_.start(5);
+    boxWatcher_.appliance = this;
+    qApp->installEventFilter(&boxWatcher_);
     qApp->installEventFilter(&windowMinder_);
 }
 
@@ -99,6 +101,15 @@ qsizetype Appliance::runningHelpers() const
     const QStringList pids = recorded("pids");
     return std::count_if(pids.cbegin(), pids.cend(),
                          [](const QString& pid) { return QFile::exists("/proc/" + pid); });
+}
+
+bool Appliance::BoxWatcher::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::Show && qobject_cast<QMessageBox*>(watched) != nullptr) {
+        QMetaObject::invokeMethod(
+            this, [this] { appliance->answerBox(); }, Qt::QueuedConnection);
+    }
+    return false;
 }
 
 void Appliance::answerBox()

@@ -68,7 +68,8 @@ public:
     QTemporaryDir library;
     FakeDiskService service;
     QStringList boxes;
-    /// Called again and again while a box is open; NoButton leaves it open.
+    /// Called as soon as a box opens, before anything that waits for its turn, and then again and
+    /// again while it is open; NoButton leaves it open.
     std::function<QMessageBox::StandardButton(const QString& box)> answer;
     std::unique_ptr<MainWindow> window;
 
@@ -76,7 +77,14 @@ private:
     void answerBox();
     [[nodiscard]] QStringList recorded(const char* fileName) const;
 
+    /// Sees boxes open.
+    struct BoxWatcher : QObject {
+        bool eventFilter(QObject* watched, QEvent* event) override;
+        Appliance* appliance = nullptr;
+    };
+
     QTemporaryDir records_;
     QTimer boxTimer_;
+    BoxWatcher boxWatcher_;
     WindowMinder windowMinder_;
 };

@@ -171,6 +171,111 @@ private slots:
         QVERIFY(picture(stopped, true) != picture(get_drives()[0], true));
     }
 
+    void startsNoneThatWasStoppedBefore()
+    {
+        Appliance appliance({fake_drive("sda"), fake_drive("sdb")});
+        appliance.openAndErase();
+        appliance.clickStop(); // answered before the first start has its turn
+        QCOMPARE(appliance.information(), kComplete);
+        QTest::qWait(100);
+        QCOMPARE(appliance.calls(), QStringList());
+        QCOMPARE(appliance.status(0) + '|' + appliance.status(1), "STOPPED 0|STOPPED 0");
+    }
+
+    void formatsNoneThatWasStoppedBefore()
+    {
+        Appliance appliance({fake_drive("sda"), fake_drive("sdb"), fake_drive("sdc")});
+        appliance.setHelper("driver", "wait_for_go");
+        appliance.openAndErase();
+        QTRY_COMPARE(appliance.calls().size(), 3);
+        appliance.go();
+        QTest::qSleep(500); // so that all have ended before the next turn
+        const auto isFormatting = [&](int row) { return appliance.bar(row)->format() == "FORMAT"; };
+        while (!isFormatting(0) || !isFormatting(1) || !isFormatting(2)) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        }
+        const auto started = QDir(appliance.library.path()).entryList({"*.png"}).size();
+        QVERIFY(started < 3); // the others wait for their pictures
+        appliance.clickStop();
+        QTRY_COMPARE(appliance.information(), kComplete);
+        QTest::qWait(100);
+        QVERIFY(appliance.calls().filter("format ").size() <= started);
+        qsizetype stopped = 0;
+        for (int row = 0; row < 3; ++row) {
+            stopped += appliance.status(row) == "STOPPED 0" ? 1 : 0;
+        }
+        QVERIFY(stopped >= 3 - started);
+    }
+
+    void goesOnBehindAFailingStart()
+    {
+        Appliance appliance({fake_drive("sda"), fake_drive("sdb")});
+        appliance.setHelper("driver", nullptr);
+        QStringList shown;
+        appliance.answer = [&](const QString&) {
+            appliance.setHelper("driver", "wait_for_go");
+            QTimer::singleShot(0, [&] { shown << appliance.information(); });
+            return QMessageBox::Ok;
+        };
+        appliance.openAndErase();
+        QTRY_COMPARE(appliance.runningHelpers(), 1);
+        QCOMPARE(shown, QStringList{kErasing}); // not complete: the other had not been started
+        appliance.go();
+        QTRY_COMPARE(appliance.information(), kComplete);
+        QCOMPARE(appliance.status(0) + '|' + appliance.status(1), "ERROR 0|DONE 100");
+    }
+
+    void survivesItsEndBelowABox_data()
+    {
+        QTest::addColumn<QByteArray>("driver");
+        QTest::newRow("of a start") << QByteArray();
+        QTest::newRow("of a picture") << QByteArray("rm -r \"${0%/*}\"");
+        QTest::newRow("of a job") << QByteArray("exit 1");
+    }
+
+    void survivesItsEndBelowABox()
+    {
+        QFETCH(QByteArray, driver);
+        Appliance appliance({fake_drive("sda"), fake_drive("sdb")});
+        appliance.setHelper("driver", driver);
+        appliance.answer = [&](const QString&) {
+            appliance.window.reset();
+            return QMessageBox::NoButton;
+        };
+        appliance.openAndErase();
+        QTRY_VERIFY(!appliance.window);
+        QTest::qWait(100);
+        QCOMPARE(appliance.runningHelpers(), 0);
+    }
+
+    void leavesNoKeyOnAButton_data()
+    {
+        QTest::addColumn<bool>("isStopped");
+        QTest::newRow("complete") << false;
+        QTest::newRow("stopped") << true;
+    }
+
+    void leavesNoKeyOnAButton()
+    {
+        QFETCH(bool, isStopped);
+        Appliance appliance({fake_drive("sda")});
+        appliance.setHelper("driver", isStopped ? "exec sleep 60" : "");
+        appliance.setHelper("format", "wait_for_go");
+        appliance.openAndErase();
+        QVERIFY(QTest::qWaitForWindowActive(appliance.window.get()));
+        if (isStopped) {
+            QTRY_COMPARE(appliance.runningHelpers(), 1);
+            appliance.clickStop();
+        } else {
+            appliance.go();
+            QTRY_COMPARE(appliance.information(), kComplete);
+        }
+        QTRY_COMPARE(QApplication::activeWindow(), appliance.window.get());
+        QVERIFY(!qobject_cast<QAbstractButton*>(QApplication::focusWidget()));
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget()->objectName(), "restartComputerButton");
+    }
+
     void givesEachPictureATurnOfTheEventLoop()
     {
         Appliance appliance({fake_drive("sda"), fake_drive("sdb"), fake_drive("sdc")});
