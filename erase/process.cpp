@@ -43,6 +43,11 @@ void Process::setStatus(Status status)
     status_ = status;
 }
 
+void Process::setEnvironment(const QProcessEnvironment& environment)
+{
+    environment_ = environment;
+}
+
 void Process::start(const QString& program, const QStringList& arguments)
 {
     log_job(id_, __LINE__) << "start: " << program << " " << arguments.join(QLatin1Char(' '))
@@ -53,6 +58,7 @@ void Process::start(const QString& program, const QStringList& arguments)
     // after an inner event loop (of a message box) has delivered the child's end. The signal
     // itself is still on the stack then: only the event loop below it may destroy the object.
     child_ = std::shared_ptr<QProcess>(new QProcess, kill_and_abandon);
+    child_->setProcessEnvironment(environment_);
     connectChild();
     child_->start(program, arguments, QIODevice::ReadWrite);
     if (!child_->waitForStarted(kStartWaitMs)) {

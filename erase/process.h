@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -36,6 +37,9 @@ public:
     /// Calls no hook.
     void setStatus(Status status);
 
+    /// For the children to come, in place of this program's own environment.
+    void setEnvironment(const QProcessEnvironment& environment);
+
     /// Starts a program without a shell, discarding any previous child; blocks until it has
     /// started, for at most 30 seconds.
     void start(const QString& program, const QStringList& arguments);
@@ -69,5 +73,6 @@ private:
 
     int id_;
     Status status_ = NotStarted;
+    QProcessEnvironment environment_{QProcessEnvironment::InheritFromParent};
     std::shared_ptr<QProcess> child_;
 };

@@ -81,7 +81,8 @@ DeviceProperties device_properties(const QString& devicePath)
     return properties_answer(system_bus().call(properties_question(devicePath)));
 }
 
-PropertiesReader::PropertiesReader(const QList<QDBusObjectPath>& devices) : devices_(devices)
+PropertiesReader::PropertiesReader(const QList<QDBusObjectPath>& devices, int replyTimeoutMs)
+    : devices_(devices), replyTimeoutMs_(replyTimeoutMs)
 {
 }
 
@@ -97,7 +98,10 @@ DeviceProperties PropertiesReader::next()
 void PropertiesReader::askAhead()
 {
     while (answers_.size() < kCallsOnTheirWay && asked_ < devices_.size()) {
-        answers_.push_back(system_bus().asyncCall(properties_question(devices_[asked_].path())));
+        // The service answers one after the other: this one waits for those ahead of it, too.
+        const int timeoutMs = replyTimeoutMs_ * static_cast<int>(answers_.size() + 1);
+        answers_.push_back(
+            system_bus().asyncCall(properties_question(devices_[asked_].path()), timeoutMs));
         ++asked_;
     }
 }

@@ -15,6 +15,9 @@
 /// at most the bus's default reply time-out.
 namespace disk_service {
 
+/// The bus's default (libdbus, DBUS_DEFAULT_TIMEOUT_VALUE).
+constexpr int kReplyTimeoutMs = 25000;
+
 /// All devices that the service knows, in its order, or the bus's error.
 [[nodiscard]] QDBusReply<QList<QDBusObjectPath>> enumerate_devices();
 
@@ -28,10 +31,11 @@ struct DeviceProperties {
 
 /// The properties of many devices, one after the other in the order given. A few calls are
 /// always on their way, as waiting for each answer before the next question takes several
-/// times as long.
+/// times as long. Each has as long as if it were asked by itself, after those before it.
 class PropertiesReader {
 public:
-    explicit PropertiesReader(const QList<QDBusObjectPath>& devices);
+    explicit PropertiesReader(const QList<QDBusObjectPath>& devices,
+                              int replyTimeoutMs = kReplyTimeoutMs);
 
     /// The next device's properties, at most once for each device; blocks until they are there.
     [[nodiscard]] DeviceProperties next();
@@ -40,6 +44,7 @@ private:
     void askAhead();
 
     QList<QDBusObjectPath> devices_;
+    int replyTimeoutMs_;
     qsizetype asked_ = 0;
     std::deque<QDBusPendingCall> answers_;
 };

@@ -28,6 +28,11 @@ public:
     [[nodiscard]] unsigned long long sectorSize() const { return sectorSize_; }
     void setSectorSize(unsigned long long sectorSize) { sectorSize_ = sectorSize; }
 
+    /// The kernel's number of this very attachment of a drive (ioctl BLKGETDISKSEQ), which no
+    /// other attachment gets; 0 when the disk service does not know it.
+    [[nodiscard]] unsigned long long diskSequence() const { return diskSequence_; }
+    void setDiskSequence(unsigned long long number) { diskSequence_ = number; }
+
     /// The partitions that carry a file system, ascending by device path.
     [[nodiscard]] const std::vector<Partition>& partitions() const { return partitions_; }
     void setPartitions(const std::vector<Partition>& partitions);
@@ -38,6 +43,7 @@ private:
     std::string serial_;
     unsigned long long sectors_ = 0;
     unsigned long long sectorSize_ = 512;
+    unsigned long long diskSequence_ = 0;
     std::vector<Partition> partitions_;
 };
 

@@ -4,7 +4,7 @@
 #include "storage/disk_service.h"
 
 #include <algorithm>
-#include <optional>
+#include <map>
 #include <string>
 
 namespace {
@@ -24,6 +24,13 @@ unsigned long long number_property(const QVariantMap& properties, const char* na
 bool flag_property(const QVariantMap& properties, const char* name)
 {
     return properties.value(QLatin1String(name)).toBool();
+}
+
+// The disk service's object of each drive that was listed, by its device path.
+std::map<std::string, QString>& object_paths()
+{
+    static std::map<std::string, QString> paths;
+    return paths;
 }
 
 void log_drive(const Drive& drive)
@@ -56,6 +63,7 @@ std::optional<Drive> drive_from_properties(const QVariantMap& properties)
     drive.setSerial(text_property(properties, "DriveSerial"));
     drive.setSectorSize(sectorSize);
     drive.setSectors(sizeBytes / sectorSize);
+    drive.setDiskSequence(number_property(properties, "DeviceDiskSequence"));
     log_drive(drive);
     return drive;
 }
@@ -99,6 +107,7 @@ void add_device(const QString& devicePath, disk_service::PropertiesReader& reade
     }
     if (flag_property(properties, "DeviceIsDrive")) {
         if (const auto drive = drive_from_properties(properties)) {
+            object_paths()[drive->device()] = devicePath;
             drives.push_back(*drive);
         }
     } else if (flag_property(properties, "DeviceIsPartition")) {
@@ -157,4 +166,22 @@ std::vector<Drive> get_drives()
     sort_by_device(drives);
     dbg_ostream(DBG_MODULE, __LINE__) << ": " << drives.size() << " drives found" << Qt::endl;
     return drives;
+}
+
+std::optional<Drive> get_drive_again(const Drive& listed)
+{
+    const auto path = object_paths().find(listed.device());
+    if (path == object_paths().end()) {
+        return std::nullopt;
+    }
+    dbg_ostream(DBG_MODULE, __LINE__) << ": get_drive_again: " << path->second << Qt::endl;
+    const auto [error, properties] = disk_service::device_properties(path->second);
+    if (error.isValid()) {
+        dbg_ostream(DBG_MODULE, __LINE__) << ": GetAll failed: " << error.message() << Qt::endl;
+        return std::nullopt;
+    }
+    if (text_property(properties, "DeviceFile") != listed.device()) {
+        return std::nullopt;
+    }
+    return drive_from_properties(properties);
 }

@@ -5,6 +5,7 @@
 #include "app/base/program_config.h"
 #include "app/display/display_helpers.h"
 #include "app/display/message_box.h"
+#include "erase/drive_check.h"
 #include "erase/helper_program.h"
 #include "erase/post_wipe.h"
 #include "tools/horizontal_line.h"
@@ -59,7 +60,7 @@ FormatPage::~FormatPage()
 
 void FormatPage::initializePage()
 {
-    driveLabel_->setText(drive_label(sDrive));
+    driveLabel_->setText(drive_label(selected_drive(wizard())));
 }
 
 void FormatPage::format()
@@ -67,14 +68,20 @@ void FormatPage::format()
     if (!confirm_media_overwriting(this, title())) {
         return;
     }
-    QString error;
-    const QString imagePath = create_postwipe_image_file(sDrive, false, &error);
+    const Drive drive = selected_drive(wizard());
+    const DriveCheck check = check_drive(drive);
+    QString error = check.refusal;
+    const QString imagePath =
+        error.isEmpty() ? create_postwipe_image_file(drive, false, &error) : QString();
     if (imagePath.isEmpty()) {
+        dbg_ostream(DBG_MODULE, __LINE__) << ": " << error << Qt::endl;
         message_box::show(this, QMessageBox::Critical, title(), error);
         return;
     }
     processClear();
-    startProcess(imagePath);
+    process_ = new QProcess(this);
+    process_->setProcessEnvironment(check.environment);
+    startProcess({QString::fromLatin1(drive.device()), imagePath});
     if (!process_->waitForStarted(kStartWaitMs)) {
         dbg_ostream(DBG_MODULE, __LINE__) << ": " << process_->errorString() << Qt::endl;
         processClear();
@@ -84,14 +91,12 @@ void FormatPage::format()
     runProgressDialog();
 }
 
-void FormatPage::startProcess(const QString& imagePath)
+void FormatPage::startProcess(const QStringList& arguments)
 {
-    process_ = new QProcess(this);
     connect(process_, &QProcess::readyReadStandardOutput, this, &FormatPage::processStandardOutput);
     connect(process_, &QProcess::readyReadStandardError, this, &FormatPage::processStandardError);
     connect(process_, &QProcess::finished, this, &FormatPage::processFinished);
     const QString program = helper_program("format");
-    const QStringList arguments{QString::fromLatin1(sDrive.device()), imagePath};
     dbg_ostream(DBG_MODULE, __LINE__)
         << ": start: " << program << " " << arguments.join(QLatin1Char(' ')) << Qt::endl;
     process_->start(program, arguments, QIODevice::ReadWrite);

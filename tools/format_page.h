@@ -26,7 +26,7 @@ private slots:
     void processCancelled();
 
 private:
-    void startProcess(const QString& imagePath);
+    void startProcess(const QStringList& arguments);
     void runProgressDialog();
 
     QLabel* driveLabel_;

@@ -26,12 +26,13 @@ QString drive_text(const Drive& drive)
 } // namespace
 
 SelectDrivePage::SelectDrivePage(QWidget* parent)
-    : QWizardPage(parent), list_(new QListWidget(this)),
-      viewButton_(new QPushButton(tr("&View Sectors"), this))
+    : QWizardPage(parent), list_(new QListWidget(this))
 {
     setTitle(tr("Select Drive"));
     list_->setMinimumSize(kMinimumListSize);
+    // Made in the order in which Tab goes through them.
     auto* refreshButton = new QPushButton(tr("&Refresh List"), this);
+    viewButton_ = new QPushButton(tr("&View Sectors"), this);
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(refreshButton);
     buttons->addWidget(viewButton_);
@@ -58,7 +59,7 @@ bool SelectDrivePage::validatePage()
     if (drive == nullptr) {
         return false;
     }
-    sDrive = *drive;
+    select_drive(wizard(), *drive);
     return true;
 }
 

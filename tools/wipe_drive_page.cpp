@@ -15,5 +15,5 @@ WipeDrivePage::WipeDrivePage(QWidget* parent)
 
 void WipeDrivePage::initializePage()
 {
-    wipeWidget_->setDrive(sDrive);
+    wipeWidget_->setDrive(selected_drive(wizard()));
 }

@@ -3,6 +3,7 @@
 #include "app/base/debug_log.h"
 #include "app/display/display_helpers.h"
 #include "app/display/message_box.h"
+#include "erase/drive_check.h"
 #include "erase/pattern/pattern.h"
 #include "storage/driver.h"
 #include "tools/sector_arithmetic.h"
@@ -145,6 +146,11 @@ void WipeWidget::showError(const QString& text)
 
 void WipeWidget::wipe(const std::string& pattern)
 {
+    if (const QString refusal = check_drive(drive_).refusal; !refusal.isEmpty()) {
+        dbg_ostream(DBG_MODULE, __LINE__) << ": " << refusal << Qt::endl;
+        showError(tr("Error: %1").arg(refusal));
+        return;
+    }
     dbg_ostream(DBG_MODULE, __LINE__) << ": init " << drive_.device() << Qt::endl;
     Driver driver(drive_.device().c_str(), drive_.sectorSize());
     if (drive_.sectorSize() > kMaxSectorSize || !driver.init(Driver::Write)) {

@@ -1,7 +1,9 @@
 #include "work/worker_wipe_and_format.h"
 
+#include "app/base/debug_log.h"
 #include "app/display/display_helpers.h"
 #include "app/display/message_box.h"
+#include "erase/drive_check.h"
 #include "erase/pattern/pattern.h"
 #include "erase/post_wipe.h"
 
@@ -10,6 +12,8 @@
 #include <QProgressBar>
 
 namespace {
+
+const char* const DBG_MODULE = "WorkWidget";
 
 constexpr QLatin1String kFormatting("FORMAT");
 
@@ -110,7 +114,29 @@ WorkWidget::WorkerWipeAndFormat::~WorkerWipeAndFormat() = default;
 void WorkWidget::WorkerWipeAndFormat::start(bool emulate)
 {
     emulate_ = emulate; // before the start, which may fail and end the job at once
-    wiper_->start(emulate);
+    if (isListedDrive(*wiper_)) {
+        wiper_->start(emulate);
+    }
+}
+
+// The job has failed when it is not.
+bool WorkWidget::WorkerWipeAndFormat::isListedDrive(Process& job)
+{
+    const DriveCheck check = check_drive(drive_);
+    if (!check.refusal.isEmpty()) {
+        fail(job, check.refusal);
+        return false;
+    }
+    job.setEnvironment(check.environment);
+    return true;
+}
+
+// Without a child, of whose failures the log tells by itself. This worker may have gone afterwards.
+void WorkWidget::WorkerWipeAndFormat::fail(Process& job, const QString& message)
+{
+    dbg_ostream(DBG_MODULE, __LINE__) << ": id: " << job.id() << ": " << message << Qt::endl;
+    job.setStatus(Process::Error);
+    job.updateStatusError(message);
 }
 
 void WorkWidget::WorkerWipeAndFormat::stop()
@@ -168,11 +194,13 @@ void WorkWidget::WorkerWipeAndFormat::startFormatter(bool partial)
 
 void WorkWidget::WorkerWipeAndFormat::format(bool partial)
 {
+    if (!isListedDrive(*formatter_)) {
+        return;
+    }
     QString error;
     const QString imagePath = create_postwipe_image_file(drive_, partial, &error);
     if (imagePath.isEmpty()) {
-        formatter_->setStatus(Process::Error);
-        formatter_->updateStatusError(error);
+        fail(*formatter_, error);
     } else {
         formatter_->start(emulate_, imagePath);
     }

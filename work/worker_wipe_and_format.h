@@ -26,6 +26,8 @@ private:
     class WiperUI;
     class FormatterUI;
 
+    [[nodiscard]] bool isListedDrive(Process& job);
+    void fail(Process& job, const QString& message);
     void wipeFinished();
     void startFormatter(bool partial);
     void format(bool partial);

@@ -1,5 +1,6 @@
 #include "app/display/message_box.h"
 
+#include <QAbstractButton>
 #include <QPointer>
 
 namespace message_box {
@@ -12,6 +13,9 @@ int run(QWidget* parent, QMessageBox::Icon icon, const QString& title, const QSt
     const QPointer<QMessageBox> box = new QMessageBox(icon, title, text, buttons, parent);
     box->setTextFormat(Qt::PlainText);
     box->setDefaultButton(defaultButton);
+    if (QAbstractButton* no = box->button(QMessageBox::No)) {
+        no->setFocus(Qt::OtherFocusReason);
+    }
     const int answer = box->exec();
     delete box.data();
     return answer;

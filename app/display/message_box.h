@@ -13,8 +13,8 @@ namespace message_box {
 /// Shows a message with a single OK button.
 void show(QWidget* parent, QMessageBox::Icon icon, const QString& title, const QString& text);
 
-/// Asks with the buttons Yes and No; true only when Yes was pressed. NoButton as the
-/// default leaves it to the toolkit which button is the default one.
+/// Asks with the buttons Yes and No; true only when Yes was pressed. Also without a default
+/// button (NoButton) the keyboard is on No: a bare Return never says Yes.
 [[nodiscard]] bool ask(QWidget* parent, QMessageBox::Icon icon, const QString& title,
                        const QString& text, QMessageBox::StandardButton defaultButton);
 

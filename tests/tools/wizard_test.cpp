@@ -1,6 +1,9 @@
+#include "app/base/program_config.h"
 #include "app/display/display_helpers.h"
 #include "tests/support/fake_disk_service.h"
+#include "tests/support/message_boxes.h"
 #include "tests/support/private_bus.h"
+#include "tests/support/script_and_log.h"
 #include "tools/selected_drive.h"
 #include "tools/wizard.h"
 
@@ -12,18 +15,22 @@ class WizardTest : public QObject {
     Q_OBJECT
 
 private slots:
+    void initTestCase()
+    {
+        QVERIFY(bus_.startAsSystemBus());
+        service_ = std::make_unique<FakeDiskService>(bus_.address());
+    }
+
     void leadsToTheEnd()
     {
-        PrivateBus bus;
-        QVERIFY(bus.startAsSystemBus());
-        FakeDiskService service(bus.address());
         Wizard wizard(nullptr);
         wizard.show();
         QVERIFY(QTest::qWaitForWindowActive(&wizard));
         wizard.next();
 
-        service.setDevices({fake_drive("none2"), fake_drive("none1").with("DriveModel", "<b>%1")});
-        wizard.currentPage()->findChildren<QPushButton*>()[1]->click(); // Refresh List
+        service_->setDevices(
+            {fake_drive("none2"), fake_drive("none1").with("DriveModel", "<b>%1")});
+        wizard.currentPage()->findChildren<QPushButton*>()[0]->click(); // Refresh List
         QVERIFY(wizard.button(QWizard::NextButton)->isEnabled());
         auto* list = wizard.currentPage()->findChild<QListWidget*>();
         QCOMPARE(list->currentItem()->text(),
@@ -44,6 +51,51 @@ private slots:
         // Enter ends the wizard and does not restart the computer.
         QCOMPARE(QApplication::focusWidget(), wizard.button(QWizard::FinishButton));
     }
+
+    void keepsItsOwnDrive()
+    {
+        service_->setDevices({fake_drive("none1"), fake_drive("none2")});
+        Wizard first(nullptr);
+        Wizard second(nullptr);
+        for (Wizard* wizard : {&first, &second}) {
+            wizard->show();
+            wizard->next();
+            wizard->currentPage()->findChild<QListWidget*>()->setCurrentRow(wizard == &second);
+            wizard->next();
+        }
+        QCOMPARE(sDrive.device(), "/dev/none2");
+        first.next();
+        const QString label = first.currentPage()->findChild<QLabel*>()->text();
+        QVERIFY(label.contains("Model none1"));
+
+        const QTemporaryDir library;
+        theProgramConfig().setLib(library.path().toStdString());
+        write_script(library.filePath("format"), "echo $1 >${0%/*}/device");
+        const MessageBoxes boxes;
+        first.currentPage()->findChild<QPushButton*>()->click();
+        QFile device(library.filePath("device"));
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.readAll(), "/dev/none1\n");
+    }
+
+    void tabGoesFromTopToBottom()
+    {
+        service_->setDevices({fake_drive("none1")});
+        Wizard wizard(nullptr);
+        wizard.show();
+        QVERIFY(QTest::qWaitForWindowActive(&wizard));
+        wizard.next();
+        QStringList order;
+        for (int i = 0; i < 2; ++i) {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            order << qobject_cast<QPushButton*>(QApplication::focusWidget())->text();
+        }
+        QCOMPARE(order, QStringList({"&Refresh List", "&View Sectors"}));
+    }
+
+private:
+    PrivateBus bus_;
+    std::unique_ptr<FakeDiskService> service_;
 };
 
 QTEST_MAIN(WizardTest)

@@ -248,6 +248,60 @@ private slots:
         QCOMPARE(appliance.runningHelpers(), 0);
     }
 
+    void refusesAnotherDriveInItsPlace_data()
+    {
+        QTest::addColumn<FakeDevice>("now");
+        QTest::addColumn<QString>("other"); // how the refusal ends; empty when it is the same drive
+
+        const FakeDevice listed = fake_drive("sda").with("DeviceDiskSequence", 7ULL);
+        QTest::newRow("the same") << listed << "";
+        QTest::newRow("another model")
+            << listed.with("DriveModel", "<B>%1") << "500GB / <B>%1, serial number Serial sda";
+        QTest::newRow("another serial")
+            << listed.with("DriveSerial", "B") << "500GB / Model sda, serial number B";
+        QTest::newRow("another size") << listed.with("DeviceSize", 2'000'000'000ULL)
+                                      << "2GB / Model sda, serial number Serial sda";
+        QTest::newRow("attached anew, the same") << listed.with("DeviceDiskSequence", 8ULL) << "";
+        QTest::newRow("attached anew, without a serial")
+            << listed.with("DeviceDiskSequence", 8ULL).with("DriveSerial", {})
+            << "500GB / Model sda, serial number ";
+        QTest::newRow("a slow probe: no model, no serial, no number")
+            << listed.with("DriveModel", {}).with("DriveSerial", {}).with("DeviceDiskSequence", {})
+            << "";
+        QTest::newRow("no answer") << FakeDevice{"sda", {}, "gone", {}} << "";
+    }
+
+    void refusesAnotherDriveInItsPlace()
+    {
+        QFETCH(FakeDevice, now);
+        QFETCH(QString, other);
+        const FakeDevice listed = fake_drive("sda").with("DeviceDiskSequence", 7ULL);
+        for (const bool isFormat : {false, true}) { // the swap before the wipe, before the format
+            Appliance appliance({listed});
+            appliance.setHelper("driver", "wait_for_go; echo $VANTRELLE_DISKSEQ >${0%/*}/number");
+            appliance.open();
+            appliance.clickStop();
+            if (!isFormat) {
+                appliance.service.setDevices({now});
+            }
+            while (appliance.information().startsWith("red: ")) {
+                appliance.tick("countdownTimeout");
+            }
+            if (isFormat) {
+                QTRY_COMPARE(appliance.calls().size(), 1);
+                appliance.service.setDevices({now});
+            }
+            appliance.go();
+            QTRY_COMPARE(appliance.information(), kComplete);
+            QCOMPARE(appliance.bar(0)->format(), other.isEmpty() ? "DONE" : "ERROR");
+            QCOMPARE(appliance.calls().size(), other.isEmpty() ? 2 : int(isFormat));
+            const QString box = QString("MainWindow failure: 500GB / Model sda\n\n") +
+                                (isFormat ? "Formatting" : "Erasing") +
+                                " failed: another drive is at /dev/sda now: " + other;
+            QCOMPARE(appliance.boxes, other.isEmpty() ? QStringList() : QStringList{box});
+        }
+    }
+
     void leavesNoKeyOnAButton_data()
     {
         QTest::addColumn<bool>("isStopped");
