@@ -6,7 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
+#include <thread>
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -21,16 +25,42 @@ void log_failure(int line, const QString& what)
     dbg_ostream(DBG_MODULE, line) << ": " << what << reason << Qt::endl;
 }
 
-int open_flags(Driver::Mode mode)
+// Where a path leads, also when nothing is there; no path when that cannot be told.
+fs::path real_path(fs::path path)
 {
+    constexpr int kMaxLinks = 40; // as the kernel follows (path_resolution(7))
+    std::error_code failed;
+    for (int links = 0; links < kMaxLinks && fs::is_symlink(path, failed); ++links) {
+        path = path.parent_path() / fs::read_symlink(path, failed);
+    }
+    return fs::weakly_canonical(path, failed);
+}
+
+bool may_create(const fs::path& path)
+{
+    const std::string real = real_path(path).string();
+    return !real.empty() && !real.starts_with("/dev/");
+}
+
+int open_flags(Driver::Mode mode, const std::string& path)
+{
+    const int creation = may_create(path) ? O_CREAT : 0;
     switch (mode) {
     case Driver::Write:
-        return O_WRONLY | O_CREAT;
+        return O_WRONLY | creation;
     case Driver::ReadWrite:
-        return O_RDWR | O_CREAT;
+        return O_RDWR | creation;
     default:
         return O_RDONLY;
     }
+}
+
+// What cannot be synchronized has no cache (fsync(2), EINVAL).
+int flush_and_close(int descriptor)
+{
+    const int error = ::fsync(descriptor) == 0 || errno == EINVAL ? 0 : errno;
+    ::close(descriptor);
+    return error;
 }
 
 // Calls again when a signal interrupted it before anything was done.
@@ -73,7 +103,7 @@ bool Driver::init(Mode mode)
     if (descriptor_ >= 0) {
         close();
     }
-    const int flags = open_flags(mode) | O_CLOEXEC;
+    const int flags = open_flags(mode, path_) | O_CLOEXEC;
     descriptor_ = uninterrupted([&] { return ::open64(path_.c_str(), flags, kCreationMode); });
     if (descriptor_ < 0) {
         log_failure(__LINE__, QString::fromLatin1(path_) + QLatin1Char(' '));
@@ -124,6 +154,17 @@ unsigned long long Driver::writeStd(unsigned long long offset, const void* buffe
     const auto bytes = static_cast<std::size_t>(length);
     return transferred(uninterrupted([&] { return ::write(descriptor_, buffer, bytes); }), offset,
                        length);
+}
+
+std::future<int> Driver::flush() const
+{
+    const int descriptor = ::fcntl(descriptor_, F_DUPFD_CLOEXEC, 0);
+    std::packaged_task<int()> task([descriptor, error = errno] {
+        return descriptor < 0 ? error : flush_and_close(descriptor);
+    });
+    std::future<int> result = task.get_future();
+    std::thread(std::move(task)).detach();
+    return result;
 }
 
 bool Driver::close()

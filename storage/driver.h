@@ -1,5 +1,6 @@
 #pragma once
 
+#include <future>
 #include <string>
 
 /// Direct access to a drive by sector number, for the manual tools. Reads and writes go
@@ -17,7 +18,8 @@ public:
     Driver& operator=(const Driver&) = delete;
 
     /// Opens the device and measures it; an open one is closed first. Opening for writing
-    /// creates a regular file where there is nothing.
+    /// creates a regular file where there is nothing, but never below /dev: there it is a drive
+    /// that has gone.
     [[nodiscard]] bool init(Mode mode);
 
     /// Bytes, as measured by init().
@@ -37,6 +39,11 @@ public:
                                              unsigned long long length);
     [[nodiscard]] unsigned long long writeStd(unsigned long long offset, const void* buffer,
                                               unsigned long long length);
+
+    /// Brings what was written to the medium, on a thread of its own, and gives 0 or the errno
+    /// value. That thread keeps the device open, whatever becomes of this object: closing a device
+    /// would wait for its cache.
+    [[nodiscard]] std::future<int> flush() const;
 
     /// Fails when nothing is open.
     bool close();

@@ -6,11 +6,11 @@
 #include "erase/drive_check.h"
 #include "erase/pattern/pattern.h"
 #include "storage/driver.h"
+#include "tools/range_writer.h"
 #include "tools/sector_arithmetic.h"
 #include "tools/viewer.h"
 #include "ui_wipe_widget.h"
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QProgressDialog>
 
@@ -25,54 +25,12 @@ constexpr double kMaxSectorsPerTime = 65536;
 
 constexpr qint64 kUpdateMs = 100;
 
-// A block can be as large as a quarter GiB, and a write takes long when the system's cache
-// is full: blocks are written in pieces, and the event loop gets its turn in between, so
-// that the screen answers at once. An interrupted block is still written to its end.
+// What is written in one call: long enough for a drive, short enough for the screen.
 constexpr unsigned long long kPieceBytes = 128ULL * 1024;
-constexpr qint64 kTurnMs = 20;
 
 QString title()
 {
     return WipeWidget::tr("Wipe Drive");
-}
-
-class EventTurns {
-public:
-    EventTurns() { sinceTurn_.start(); }
-
-    void takeIfDue()
-    {
-        if (sinceTurn_.elapsed() >= kTurnMs) {
-            take();
-        }
-    }
-
-    void take()
-    {
-        QCoreApplication::processEvents();
-        sinceTurn_.start();
-    }
-
-private:
-    QElapsedTimer sinceTurn_;
-};
-
-// Whether all of a block was written. Every sector of the buffer is alike, so that one piece
-// serves for all of the block.
-bool write_block(Driver& driver, unsigned long long lba, unsigned long long count,
-                 const std::vector<char>& piece, EventTurns& turns)
-{
-    const unsigned long long pieceSectors = piece.size() / driver.sectorSize();
-    while (count > 0) {
-        turns.takeIfDue();
-        const unsigned long long sectors = std::min(pieceSectors, count);
-        if (driver.writeSectors(lba, sectors, piece.data()) < sectors) {
-            return false;
-        }
-        lba += sectors;
-        count -= sectors;
-    }
-    return true;
 }
 
 std::vector<char> filled_piece(const std::string& pattern, unsigned long long sectorSize)
@@ -165,31 +123,32 @@ void WipeWidget::wipeRange(Driver& driver, const std::vector<char>& piece)
 {
     const unsigned long long blockSectors = whole_number(ui->sectorsPerTime->value());
     const unsigned long long totalSectors = whole_number(ui->sectors->value());
-    unsigned long long lba = whole_number(ui->lba->value());
+    SectorRange block{whole_number(ui->lba->value()), 0};
     unsigned long long remaining = totalSectors;
     // The dialog goes with this widget, should events below end it.
     const QPointer<QProgressDialog> dialog = openProgressDialog();
+    RangeWriter writer(driver, piece, dialog);
     QElapsedTimer sinceUpdate;
     sinceUpdate.start();
-    EventTurns turns;
     while (remaining > 0 && dialog) {
         if (sinceUpdate.elapsed() > kUpdateMs) {
-            showProgress(*dialog, lba, totalSectors);
+            showProgress(*dialog, block.lba, totalSectors);
             sinceUpdate.start();
         }
-        turns.take();
-        if (!dialog || dialog->wasCanceled()) {
+        if (!writer.takeTurn()) {
             break;
         }
-        const unsigned long long count = std::min(blockSectors, remaining);
-        const bool isWritten = write_block(driver, lba, count, piece, turns);
-        if (dialog && !isWritten && !confirmFailure(lba, count)) {
+        block.count = std::min(blockSectors, remaining);
+        if (const auto failed = writer.write(block); failed && !confirmFailure(*failed)) {
             break;
         }
-        lba += count; // a failed block that the user passes over counts as done
-        remaining -= count;
+        block.lba += block.count; // a failed block that the user passes over counts as done
+        remaining -= block.count;
     }
-    const bool isComplete = dialog && remaining == 0;
+    const bool isWritten = dialog && remaining == 0 && totalSectors != 0;
+    const auto unflushed = isWritten ? writer.flush() : std::nullopt;
+    const bool isComplete = isWritten && (!unflushed || confirmFailure(*unflushed)) &&
+                            writer.takeTurn(); // not when it was interrupted meanwhile
     delete dialog.data();
     if (isComplete) {
         message_box::show(this, QMessageBox::Information, title(), tr("Wipe complete"));
@@ -217,12 +176,12 @@ QPointer<QProgressDialog> WipeWidget::openProgressDialog()
     return dialog;
 }
 
-bool WipeWidget::confirmFailure(unsigned long long lba, unsigned long long count)
+bool WipeWidget::confirmFailure(const SectorRange& failed)
 {
     dbg_ostream(DBG_MODULE, __LINE__)
-        << ": write failed: lba: " << lba << ", sectors: " << count << Qt::endl;
+        << ": write failed: lba: " << failed.lba << ", sectors: " << failed.count << Qt::endl;
     const QString text = tr("Error: write failed at LBA %1 (%2 sectors)\n\nAre you sure you want "
                             "to continue?")
-                             .arg(QString::number(lba), QString::number(count));
+                             .arg(QString::number(failed.lba), QString::number(failed.count));
     return message_box::ask(this, QMessageBox::Critical, title(), text, QMessageBox::NoButton);
 }

@@ -12,6 +12,7 @@
 class Driver;
 class QProgressDialog;
 class Ui_WipeWidget;
+struct SectorRange;
 
 /// Overwrites a range of a drive's sectors with a pattern, in its own event loop under a
 /// progress dialog that can be interrupted.
@@ -40,7 +41,7 @@ private:
     QPointer<QProgressDialog> openProgressDialog();
     void showProgress(QProgressDialog& dialog, unsigned long long lba,
                       unsigned long long totalSectors);
-    [[nodiscard]] bool confirmFailure(unsigned long long lba, unsigned long long count);
+    [[nodiscard]] bool confirmFailure(const SectorRange& failed);
 
     Drive drive_;
     unsigned long long lastLba_ = 0;

@@ -28,6 +28,16 @@ private slots:
         QCOMPARE(drive_string_short(drive), u"20480TB / <b>%2%3\u00e9");
     }
 
+    void saysNoToABareReturn()
+    {
+        for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Space, Qt::Key_Escape}) {
+            QTimer::singleShot(100, [&] {
+                QTest::keyClick(QApplication::activeModalWidget()->focusWidget(), key);
+            });
+            QVERIFY(!confirm_media_overwriting(nullptr, "Title"));
+        }
+    }
+
     void saysNoWhenTheBoxGoesWithItsParent()
     {
         auto parent = std::make_unique<QWidget>();

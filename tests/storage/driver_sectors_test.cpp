@@ -28,6 +28,22 @@ private slots:
         QTRY_COMPARE(file.at(7).read(512), sector);
     }
 
+    void makesFilesButNoDrives()
+    {
+        const QTemporaryDir directory;
+        const QString file = directory.filePath("new");
+        Driver driver(file.toLatin1(), 512);
+        QVERIFY(driver.init(Driver::Write));
+        QCOMPARE(driver.size(), 0ULL);
+        const QString gone = "/dev/gone" + QFileInfo(directory.path()).fileName();
+        QVERIFY(QFile::link(gone, directory.filePath("link")));
+        for (const QString& path : {gone, directory.filePath("link")}) {
+            Driver drive(path.toLatin1(), 512);
+            QVERIFY(!drive.init(Driver::Write) && !drive.init(Driver::ReadWrite));
+            QVERIFY(!QFile::remove(gone));
+        }
+    }
+
     void logsFailuresAndNoShortReads()
     {
         dbg_init(DBG_TYPE_STRING, 1);

@@ -1,3 +1,4 @@
+#include "storage/disk_service.h"
 #include "storage/drives.h"
 #include "tests/support/fake_disk_service.h"
 #include "tests/support/private_bus.h"
@@ -96,6 +97,25 @@ nosector: invalid sector size (skip)
 raw: empty type (skip)
 0 drives found
 )");
+    }
+
+    // Together they take longer than one may.
+    void givesEachQuestionItsTime()
+    {
+        FakeDiskService service(bus_.address());
+        QList<FakeDevice> devices;
+        QList<QDBusObjectPath> paths;
+        for (const char* name : {"sda", "sdb", "sdc", "sdd"}) {
+            devices << FakeDevice{name, fake_drive(name).properties, {}, {}, 300};
+            paths << QDBusObjectPath(QString("/org/freedesktop/UDisks/devices/") + name);
+        }
+        service.setDevices(devices);
+        disk_service::PropertiesReader reader(paths, 700);
+        for (qsizetype i = 0; i < paths.size(); ++i) {
+            QVERIFY(!reader.next().error.isValid());
+        }
+        disk_service::PropertiesReader impatient(paths.first(1), 100);
+        QVERIFY(impatient.next().error.isValid());
     }
 
     void findsTheServiceWhenItComesLate()

@@ -8,8 +8,16 @@
 
 #include <csignal>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
+
+// How the system's flush ends in this program.
+struct {
+    std::atomic<int> calls = 0;
+    unsigned takesMs = 0;
+    int error = 0;
+} theFlush;
 
 struct Range {
     unsigned long long sectors; ///< Of the drive.
@@ -39,6 +47,15 @@ struct Workplace : FileDrive {
 };
 
 } // namespace
+
+// In the place of the system's (fsync(2)).
+extern "C" int fsync(int)
+{
+    QThread::msleep(theFlush.takesMs);
+    ++theFlush.calls;
+    errno = theFlush.error;
+    return theFlush.error == 0 ? 0 : -1;
+}
 
 class WipeWidgetTest : public QObject {
     Q_OBJECT
@@ -130,6 +147,61 @@ private slots:
                                                  "Wipe complete", "?", failure.arg("256 (256")}));
         const QByteArray written(qsizetype(limit.rlim_cur), 'b');
         QCOMPARE(place.at(0).readAll(), written.leftJustified(512'000, '\0'));
+    }
+
+    void saysCompleteWhenAllIsOnTheMedium()
+    {
+        Workplace place((40 << 20) / 512);
+        theFlush.takesMs = 300;
+        int turns = 0;
+        QTimer timer;
+        timer.callOnTimeout([&] { turns += place.boxes.shown.size() == 1 ? 1 : 0; });
+        timer.start(1);
+        theFlush.calls = 0;
+        int flushesBefore = 0;
+        place.boxes.seen = [&] { flushesBefore = theFlush.calls; };
+        place.wipe("a");
+        theFlush.takesMs = 0;
+        QCOMPARE(place.boxes.shown, QStringList({"?", "Wipe complete"}));
+        QCOMPARE(flushesBefore, 2); // after 32 MiB and at the end
+        QVERIFY2(turns > 20, "the screen stood still");
+    }
+
+    void asksWhenFlushingFails()
+    {
+        Workplace place(1000);
+        theFlush.error = EIO;
+        place.wipe("a");
+        place.boxes.answers = {QMessageBox::Yes, QMessageBox::No};
+        place.wipe("a");
+        theFlush.error = 0;
+        const QString failure = "Error: write failed at LBA 0 (1000 sectors)\n\nAre you sure you "
+                                "want to continue?";
+        QCOMPARE(place.boxes.shown, QStringList({"?", failure, "Wipe complete", "?", failure}));
+    }
+
+    void isInterruptedWhileFlushing()
+    {
+        Workplace place(1000);
+        theFlush.takesMs = 1000;
+        theFlush.calls = 0;
+        QElapsedTimer sinceClick;
+        QTimer::singleShot(300, [&] {
+            sinceClick.start();
+            QApplication::activeModalWidget()->findChild<QPushButton*>()->click();
+        });
+        place.wipe("a");
+        QVERIFY(sinceClick.elapsed() < 100);
+        QCOMPARE(place.boxes.shown, QStringList{"?"});
+        QTRY_COMPARE(theFlush.calls, 1);
+        theFlush.takesMs = 0;
+    }
+
+    void wipesNothingOfAnEmptyDrive()
+    {
+        Workplace place(0);
+        place.wipe("a");
+        QCOMPARE(place.boxes.shown, QStringList{"?"});
     }
 
     void stopsAfterTheBlockInHand()
