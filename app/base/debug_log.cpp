@@ -3,8 +3,10 @@
 #include "config/debug_line.h"
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QFile>
 #include <QProcess>
+#include <QThread>
 
 #include <cstdio>
 
@@ -37,9 +39,24 @@ const char* message_label(QtMsgType kind)
     }
 }
 
-void log_toolkit_message(QtMsgType kind, const QMessageLogContext&, const QString& text)
+void log_message(QtMsgType kind, const QString& text)
 {
     dbg_ostream() << "[" << message_label(kind) << "] " << text << Qt::endl;
+}
+
+// The toolkit's own threads warn, too. Their messages wait for the main thread's event loop, so
+// that they do not end up in the middle of a line; only the last words of a dying program cannot.
+void log_toolkit_message(QtMsgType kind, const QMessageLogContext&, const QString& text)
+{
+    QCoreApplication* const application = QCoreApplication::instance();
+    const bool isOfMainThread =
+        application == nullptr || QThread::currentThread() == application->thread();
+    if (isOfMainThread || kind == QtFatalMsg) {
+        log_message(kind, text);
+        return;
+    }
+    QMetaObject::invokeMethod(
+        application, [kind, text] { log_message(kind, text); }, Qt::QueuedConnection);
 }
 
 // Objects of other files may still warn while the process ends and this log is gone.

@@ -8,7 +8,8 @@
 
 // The one log of the process. It goes to a buffer in memory (shown by the debug window),
 // to the standard error stream or to a file; before dbg_init() to the standard error
-// stream. Only the main thread logs: the streams are not locked.
+// stream. Only the main thread logs: the streams are not locked. What the toolkit says in
+// other threads enters in the main thread's event loop.
 //
 // A message is one line, "Tag(line): text", written as
 //     dbg_ostream(DBG_MODULE, __LINE__) << ": " << text << Qt::endl;

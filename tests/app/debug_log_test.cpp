@@ -2,6 +2,7 @@
 
 #include <QTemporaryFile>
 #include <QTest>
+#include <QThread>
 
 namespace {
 
@@ -36,6 +37,29 @@ private slots:
             log_lines();
             QCOMPARE(dbg_type(), "stderr");
         }
+    }
+
+    void takesMessagesOfOtherThreadsOneByOne()
+    {
+        dbg_init("string", 1);
+        const qsizetype start = dbg_string().size();
+        constexpr int kLines = 2000;
+        const std::unique_ptr<QThread> other(QThread::create([] {
+            for (int i = 0; i < kLines; ++i) {
+                qWarning("theirs");
+            }
+        }));
+        other->start();
+        for (int i = 0; i < kLines; ++i) {
+            dbg_ostream("Tag", 1) << ": "
+                                  << "ours" << Qt::endl;
+        }
+        other->wait();
+        QCoreApplication::processEvents();
+        QStringList lines = dbg_string().mid(start).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.removeAll("Tag(1): ours"), kLines);
+        QCOMPARE(lines.removeAll("[Warning] theirs"), kLines);
+        QCOMPARE(lines, QStringList());
     }
 };
 
