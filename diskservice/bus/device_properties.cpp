@@ -44,6 +44,8 @@ QVariantMap general_properties(const DeviceRecord& device)
         {"DeviceMountPaths", device_texts(device.mountPaths)},
         {"DeviceSize", bus_size(device.sizeBytes)},
         {"DeviceBlockSize", bus_size(device.blockSizeBytes)},
+        // An addition to version 1; the kernel counts from 1.
+        {"DeviceDiskSequence", bus_size(device.diskSequence.value_or(0))},
     };
 }
 

@@ -97,6 +97,7 @@ DeviceRecord partition_of(const DeviceRecord& drive, const KernelDevice& partiti
 {
     DeviceRecord record = record_of(partition);
     record.blockSizeBytes = drive.blockSizeBytes;
+    record.diskSequence = drive.diskSequence;
     record.isRemovable = drive.isRemovable;
     record.isSystemInternal = drive.isSystemInternal;
     record.isReadOnly = record.isReadOnly || drive.isReadOnly;
@@ -121,6 +122,9 @@ ProbeRequest request_for(const std::string& root, const KernelDevice& drive,
     DeviceRecord& record = request.drive;
     record.blockSizeBytes =
         static_cast<std::uint32_t>(number_in(drive.folder / "queue/logical_block_size"));
+    if (const std::uint64_t sequence = number_in(drive.folder / "diskseq"); sequence != 0) {
+        record.diskSequence = sequence;
+    }
     record.identity = identity_of(drive);
     record.isOpticalDisc = request.isOptical;
     record.isRemovable = number_in(drive.folder / "removable") != 0;

@@ -47,17 +47,18 @@ bool relabel(const QString& path, int offset, const QByteArray& label)
 }
 
 // What the made-up computer's devices are to show, in one line each.
-const QStringList kShown{"DeviceFile",  "DeviceSize",      "DeviceBlockSize", "DriveModel",
-                         "DriveSerial", "PartitionOffset", "DeviceMountPaths"};
-const QStringList kDevices{"/dev/cciss/c0d0|4608000|512||77|0|",
-                           "/dev/fd0|0|512|||0|",
-                           "/dev/mmcblk0|4608000|512|CARD||0|",
-                           "/dev/nvme0n1|2560000000000|512|Fast one|NV 1|0|",
-                           "/dev/nvme0n1p1|8388608|512|||1048576|/mnt/old one",
-                           "/dev/sdf|0|512|||0|",
-                           "/dev/sdg|6320640|512|Hangs on open||0|",
-                           "/dev/sr0|4608000|512|DVD \"q\" %2 \\xzz|S_1|0|",
-                           "/dev/vda|4608000|4096||V1|0|"};
+const QStringList kShown{"DeviceFile",       "DeviceSize",        "DeviceBlockSize",
+                         "DriveModel",       "DriveSerial",       "PartitionOffset",
+                         "DeviceMountPaths", "DeviceDiskSequence"};
+const QStringList kDevices{"/dev/cciss/c0d0|4608000|512||77|0||1",
+                           "/dev/fd0|0|512|||0||1",
+                           "/dev/mmcblk0|4608000|512|CARD||0||1",
+                           "/dev/nvme0n1|2560000000000|512|Fast one|NV 1|0||17",
+                           "/dev/nvme0n1p1|8388608|512|||1048576|/mnt/old one|17",
+                           "/dev/sdf|0|512|||0||1",
+                           "/dev/sdg|6320640|512|Hangs on open||0||1",
+                           "/dev/sr0|4608000|512|DVD \"q\" %2 \\xzz|S_1|0||1",
+                           "/dev/vda|4608000|4096||V1|0||0"};
 const QByteArray kLeftOut = "sda sdb sdc sdd sde dm-0 loop0 nbd0 mmcblk0boot0 nvme0c0n1 mtdblock0";
 
 // Takes this program and what it starts to mounts of their own, with an empty /media.
@@ -173,6 +174,7 @@ private slots:
         row("a size is right in large sectors", "big4p3", "PartitionSize", 20 * kMiB);
         row("an optical disc is one", "disc", "DeviceIsOpticalDisc", true);
         row("an empty file has no size", "empty", "DeviceSize", qulonglong(0));
+        row("no medium was put in for an image", "empty", "DeviceDiskSequence", qulonglong(0));
     }
     // Through Get, with the exact type; the other tests use GetAll.
     void property()
