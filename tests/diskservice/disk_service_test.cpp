@@ -144,7 +144,7 @@ private slots:
         QVERIFY(bus_.start());
         connection_ = QDBusConnection::connectToBus(bus_.address(), "test");
         service_.start(bus_, BINARIES "/diskservice",
-                       {"--image", file("used\\,1.img,model=A\\,B %1,serial=0\\\\7"),
+                       {"--image", file("used\\,1.img,model=A\\,B\n%1,serial=0\\\\7"),
                         "--image=" + file("big4,sector-size=4096"), "--image", file("disc,optical"),
                         "--image", file("empty"), "--image", file("missing")});
         QVERIFY(ServiceProcess::waitForName(connection_, kName));
@@ -165,7 +165,7 @@ private slots:
         };
         const QVariant drive = QVariant::fromValue(QDBusObjectPath(object("used,1.img")));
         row("a size has the odd tail", "used,1.img", "DeviceSize", 64 * kMiB + 100);
-        row("a model keeps its comma", "used,1.img", "DriveModel", "A,B %1");
+        row("a model keeps its comma, on one line", "used,1.img", "DriveModel", "A,B?%1");
         row("a serial keeps its backslash", "used,1.img", "DriveSerial", "0\\7");
         row("a partition knows its drive", "used,1.img1", "PartitionSlave", drive);
         row("a label need not be UTF-8", "disc", "IdLabel", "\u00ff<%2&");
@@ -226,6 +226,7 @@ private slots:
         QTest::newRow("--root: no directory: /dev/null") << QStringList{"--root=/dev/null"};
         QTest::newRow("neither 512 nor 4096: 1") << QStringList{"--image=a,sector-size=1"};
         QTest::newRow("nothing follows the last backslash") << QStringList{"--image=a\\"};
+        QTest::newRow("cannot be shown: /a?forged") << QStringList{"--image=/a\nforged"};
         QTest::newRow("a2: cannot be told from ") << QStringList{"--image=a", "--image=a2"};
     }
     void wrongCommandLine()
