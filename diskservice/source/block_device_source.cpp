@@ -1,5 +1,6 @@
 #include "diskservice/source/block_device_source.h"
 
+#include "diskservice/source/boot_medium.h"
 #include "diskservice/source/drive_identity.h"
 #include "diskservice/source/kernel_devices.h"
 #include "diskservice/source/sysfs.h"
@@ -14,8 +15,6 @@
 #include <stdexcept>
 
 namespace {
-
-const char* const kIsMedium = "the running system was started from it (vantrelle.medium)";
 
 std::uint32_t number_of(const KernelDevice& device, const std::string& property)
 {
@@ -67,6 +66,14 @@ DeviceRecord partition_of(const DeviceRecord& drive, const KernelDevice& partiti
     return record;
 }
 
+// Whether it can be taken out of the computer: a USB drive that says to be of another kind ("ata"),
+// and memory cards, are not marked as removable.
+bool is_external(const KernelDevice& drive, const DeviceRecord& record)
+{
+    return record.isRemovable || record.identity.connectionInterface == "usb" ||
+           drive.isBelow("usb") || first_line(drive.folder / "device/type") == "SD";
+}
+
 ProbeRequest request_for(const std::string& root, const KernelDevice& drive,
                          const std::vector<const KernelDevice*>& partitions)
 {
@@ -86,7 +93,7 @@ ProbeRequest request_for(const std::string& root, const KernelDevice& drive,
     record.identity = identity_of(drive);
     record.isOpticalDisc = request.isOptical;
     record.isRemovable = number_in(drive.folder / "removable") != 0;
-    record.isSystemInternal = !record.isRemovable && record.identity.connectionInterface != "usb";
+    record.isSystemInternal = !is_external(drive, record);
     for (const KernelDevice* partition : partitions) {
         request.partitions.push_back(partition_of(record, *partition));
         request.stamp += request.stamp.empty() ? "" : ' ' + partition->name();
@@ -139,6 +146,41 @@ DriveFindings no_findings(const ProbeRequest& request)
     return findings;
 }
 
+// By the names of drives.
+using PartitionsByDrive = std::map<std::string, std::vector<const KernelDevice*>>;
+
+MediumSigns signs_of_udev(const KernelDevice& drive, const PartitionsByDrive& partitions)
+{
+    const auto contentOf = [](const KernelDevice& device) {
+        return Content{"", device.property("ID_FS_TYPE"), "", device.property("ID_FS_UUID"),
+                       device.property("ID_FS_LABEL")};
+    };
+    MediumSigns signs;
+    signs.addFileSystem(contentOf(drive), false);
+    if (const auto found = partitions.find(drive.name()); found != partitions.end()) {
+        for (const KernelDevice* partition : found->second) {
+            signs.addFileSystem(contentOf(*partition), true);
+            signs.addPartitionLabel(partition->property("ID_PART_ENTRY_NAME"));
+        }
+    }
+    return signs;
+}
+
+MediumSigns signs_in(const ProbeRequest& request, const DriveFindings& findings)
+{
+    MediumSigns signs;
+    signs.addFileSystem({"", "iso9660", "", findings.discImageUuid, ""}, false);
+    for (const auto& [deviceFile, content] : findings.contents) {
+        signs.addFileSystem(content, deviceFile != request.drive.deviceFile);
+    }
+    if (findings.table) {
+        for (const PartitionEntry& entry : findings.table->entries) {
+            signs.addPartitionLabel(entry.label);
+        }
+    }
+    return signs;
+}
+
 } // namespace
 
 std::vector<DeviceRecord> BlockDeviceSource::operator()()
@@ -155,65 +197,73 @@ std::vector<DeviceRecord> BlockDeviceSource::operator()()
 
 std::vector<DeviceRecord> BlockDeviceSource::lookAtAll()
 {
-    const std::string medium = named_medium(root_);
-    std::vector<ProbeRequest> requests = listDrives(medium);
+    BootMedium medium(root_);
+    if (medium.isUnnamed()) {
+        notices_.add("vantrelle.medium: the boot loader could not tell what it was loaded from");
+    }
+    const std::vector<ProbeRequest> requests = listDrives(medium);
     const auto allFindings = prober_.probe(requests);
-    std::vector<DeviceRecord> devices;
+    std::vector<std::string> reasons(requests.size());
     for (std::size_t i = 0; i < requests.size(); ++i) {
-        const std::string& deviceFile = requests[i].drive.deviceFile;
-        const DriveFindings findings = allFindings[i] ? *allFindings[i] : no_findings(requests[i]);
-        if (!medium.empty() && findings.uuids.contains(medium)) {
-            leaveOut(deviceFile, kIsMedium);
-            continue;
+        if (allFindings[i]) {
+            const MediumSigns signs = signs_in(requests[i], *allFindings[i]);
+            reasons[i] = medium.reasonFor(requests[i].drive, signs);
         }
-        if (!allFindings[i] && !medium.empty() && !requests[i].drive.isSystemInternal) {
-            leaveOut(deviceFile, "does not answer, and may be what the system was started from");
-            continue;
+    }
+    std::vector<DeviceRecord> devices;
+    for (std::size_t i = 0; i < requests.size(); ++i) { // All signs are known now.
+        if (!allFindings[i] && medium.canBe(requests[i].drive)) {
+            reasons[i] = "does not answer yet, and may be what the running system was started from";
         }
-        if (!allFindings[i]) {
-            notices_.add(deviceFile + ": does not answer: listed without its contents");
+        if (reasons[i].empty()) {
+            addDrive(devices, requests[i], allFindings[i].get());
+        } else {
+            leaveOut(requests[i].drive.deviceFile, reasons[i]);
         }
-        for (const std::string& problem : findings.problems) {
-            notices_.add(problem);
-        }
-        add_devices(devices, std::move(requests[i]), findings);
     }
     return devices;
 }
 
-// Every drive that may be opened.
-std::vector<ProbeRequest> BlockDeviceSource::listDrives(const std::string& medium)
+void BlockDeviceSource::addDrive(std::vector<DeviceRecord>& devices, const ProbeRequest& request,
+                                 const DriveFindings* findings)
 {
-    const std::vector<KernelDevice> all = kernel_devices(root_);
-    const std::map<std::string, std::string> ofSystem = system_drives(root_);
-    std::set<std::string> ofMedium;
-    std::map<std::string, std::vector<const KernelDevice*>> partitions;
-    for (const KernelDevice& device : all) {
-        const bool isPartition = device.isPartition();
-        const std::string drive =
-            isPartition ? device.folder.parent_path().filename().string() : device.name();
-        if (isPartition) {
-            partitions[drive].push_back(&device);
-        }
-        if (!medium.empty() && device.property("ID_FS_UUID") == medium) {
-            ofMedium.insert(drive);
+    if (!findings) {
+        notices_.add(request.drive.deviceFile + ": does not answer: listed without its contents");
+    } else {
+        for (const std::string& problem : findings->problems) {
+            notices_.add(problem);
         }
     }
+    add_devices(devices, request, findings ? *findings : no_findings(request));
+}
 
-    std::vector<ProbeRequest> requests;
+// Every drive that may be opened.
+std::vector<ProbeRequest> BlockDeviceSource::listDrives(BootMedium& medium)
+{
+    const std::vector<KernelDevice> all = kernel_devices(root_);
+    std::vector<KernelDevice> drives;
+    PartitionsByDrive partitions;
     for (const KernelDevice& device : all) {
         if (device.isPartition()) {
-            continue;
-        }
-        const std::string name = device.name();
-        if (const std::string reason = reason_for_no_drive(device); !reason.empty()) {
+            partitions[device.folder.parent_path().filename()].push_back(&device);
+        } else if (const std::string reason = reason_for_no_drive(device); !reason.empty()) {
             leaveOut(device.deviceFile(), reason);
-        } else if (const auto found = ofSystem.find(name); found != ofSystem.end()) {
-            leaveOut(device.deviceFile(), found->second);
-        } else if (ofMedium.contains(name)) {
-            leaveOut(device.deviceFile(), kIsMedium);
         } else {
-            requests.push_back(request_for(root_, device, partitions[name]));
+            drives.push_back(device);
+        }
+    }
+    const auto ofSystem = system_drives(root_);
+    std::vector<ProbeRequest> requests;
+    for (const KernelDevice& drive : drives) {
+        ProbeRequest request = request_for(root_, drive, partitions[drive.name()]);
+        std::string reason = medium.reasonFor(request.drive, signs_of_udev(drive, partitions));
+        if (const auto found = ofSystem.find(drive.name()); found != ofSystem.end()) {
+            reason = found->second;
+        }
+        if (reason.empty()) {
+            requests.push_back(std::move(request));
+        } else {
+            leaveOut(request.drive.deviceFile, reason);
         }
     }
     return requests;

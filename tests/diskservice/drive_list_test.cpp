@@ -10,6 +10,10 @@ namespace {
 const QString kName = "org.freedesktop.UDisks";
 const QString kPath = "/org/freedesktop/UDisks";
 
+const QByteArray kDate = "2026-11-23-15-10-00-00";
+const QByteArray kStartedFromDisc = "started_with vantrelle.medium=" + kDate + ";";
+const QByteArray kStartedFromFat = "started_with vantrelle.medium=ABCD-0123;";
+
 // A drive with one partition; all have a made-up size.
 QByteArray drive(const QByteArray& folder, const QByteArray& attributes = {})
 {
@@ -20,6 +24,7 @@ QByteArray drive(const QByteArray& folder, const QByteArray& attributes = {})
 }
 
 const QByteArray kWhy = ": left out: the running system ";
+const QByteArray kFrom = kWhy + "was started from it (vantrelle.medium=";
 
 } // namespace
 
@@ -44,6 +49,67 @@ private slots:
                             const QByteArray& said = {}) {
             QTest::newRow(name) << computer << listed << said;
         };
+
+        const QByteArray image = "disc_image sda " + kDate + ';';
+        const QByteArray usb = drive("pci/usb1/sda");
+        row("an optical disc is the medium",
+            kStartedFromDisc + "device pci/ata1/sr0 8192 " + "removable=1; disc_image sr0 " + kDate,
+            "", "/dev/sr0" + kFrom);
+        row("so is a USB stick that the image was written to", kStartedFromDisc + usb + image, "",
+            "/dev/sda" + kFrom + kDate);
+        row("and a removable drive", kStartedFromDisc + drive("pci/x/sda", "removable=1") + image,
+            "", "/dev/sda" + kFrom);
+        row("and a memory card",
+            kStartedFromDisc + drive("pci/mmc0/mmcblk0", "device/type=SD") + "disc_image mmcblk0 " +
+                kDate,
+            "", "/dev/mmcblk0" + kFrom);
+        row("and one with older contents, too",
+            kStartedFromDisc + "device pci/usb1/sda 8192;" + "mke2fs -q dev/sda;" + image, "",
+            "/dev/sda" + kFrom);
+        row("a stick with another image is not",
+            kStartedFromDisc + usb + "disc_image sda " + "2026-11-23-15-10-00-01", "sda sda1");
+        row("a drive of the computer with a copy is not",
+            kStartedFromDisc + drive("pci/x/sda") + image, "sda sda1");
+        row("nor one with a copy in a partition",
+            kStartedFromDisc + drive("pci/x/sda") + "disc_image sda1 " + kDate, "sda sda1");
+        row("nor a USB drive with a copy in a partition",
+            kStartedFromDisc + usb + "disc_image sda1 " + kDate, "sda sda1");
+        row("without the word there is no medium",
+            "started_with " + kDate + ';' + usb + image + "fat sda1 0 VTOYEFI", "sda sda1");
+
+        row("a stick with the image's files is the medium",
+            kStartedFromFat + usb + "fat sda1 abcd0123", "", "/dev/sda" + kFrom + "ABCD-0123)");
+        row("so is one without partitions",
+            kStartedFromFat + "device pci/usb1/sda 8192;" + "fat sda abcd0123", "",
+            "/dev/sda" + kFrom);
+        row("a drive of the computer with such a partition is not",
+            kStartedFromFat + drive("pci/x/sda") + "fat sda1 abcd0123", "sda sda1");
+        row("a stick of several images may be the medium",
+            kStartedFromDisc + usb + "fat sda1 1 VTOYEFI", "",
+            "/dev/sda: left out: it starts one of several images");
+        row("also when the boot loader could not tell",
+            "started_with vantrelle.medium=;" + usb + "fat sda1 1 VTOYEFI", "",
+            "vantrelle.medium: the boot loader could not tell");
+        row("a drive of the computer with that label is not",
+            kStartedFromDisc + drive("pci/x/sda") + "fat sda1 1 VTOYEFI", "sda sda1");
+
+        row("the medium is not listed when it does not answer",
+            kStartedFromDisc + usb + "hangs sda", "", "/dev/sda: left out: does not answer yet");
+        row("udev may know it before",
+            kStartedFromDisc +
+                drive("pci/usb1/sda", "uevent='ID_FS_TYPE=iso9660\\nID_FS_UUID=" + kDate + "'") +
+                "hangs sda",
+            "", "/dev/sda" + kFrom);
+        row("udev may know its partition",
+            kStartedFromFat + "device pci/usb1/sda 8192;" +
+                "device pci/usb1/sda/sda1 8000 partition=1 'uevent=ID_FS_UUID=ABCD-0123\\n';" +
+                "hangs sda",
+            "", "/dev/sda" + kFrom);
+        row("a drive that is only slow is listed",
+            kStartedFromDisc + usb + image + drive("pci/usb2/sdb") + "hangs sdb", "sdb sdb1",
+            "/dev/sdb: does not answer: listed without its contents");
+        row("so is a slow one of the computer", kStartedFromDisc + drive("pci/x/sda") + "hangs sda",
+            "sda sda1", "/dev/sda: does not answer: listed");
 
         row("the drive of / is left out", drive("x/sda") + "mounted 8:1 /", "",
             "/dev/sda" + kWhy + "came from it (/");
