@@ -2,6 +2,7 @@
 
 #include "diskservice/source/boot_medium.h"
 #include "diskservice/source/drive_identity.h"
+#include "diskservice/source/drive_names.h"
 #include "diskservice/source/kernel_devices.h"
 #include "diskservice/source/sysfs.h"
 #include "diskservice/source/system_drives.h"
@@ -181,6 +182,19 @@ MediumSigns signs_in(const ProbeRequest& request, const DriveFindings& findings)
     return signs;
 }
 
+// The reasons of the drives' first names, whichever names they were given for.
+std::map<std::string, std::string> by_first_names(const std::map<std::string, std::string>& reasons,
+                                                  const std::map<std::string, std::string>& names)
+{
+    std::map<std::string, std::string> result;
+    for (const auto& [name, reason] : reasons) {
+        if (const auto found = names.find(name); found != names.end()) {
+            result.emplace(found->second, reason);
+        }
+    }
+    return result;
+}
+
 } // namespace
 
 std::vector<DeviceRecord> BlockDeviceSource::operator()()
@@ -252,13 +266,17 @@ std::vector<ProbeRequest> BlockDeviceSource::listDrives(BootMedium& medium)
             drives.push_back(device);
         }
     }
-    const auto ofSystem = system_drives(root_);
+    const auto names = first_names(drives);
+    const auto ofSystem = by_first_names(system_drives(root_), names);
     std::vector<ProbeRequest> requests;
     for (const KernelDevice& drive : drives) {
         ProbeRequest request = request_for(root_, drive, partitions[drive.name()]);
+        const std::string& first = names.at(drive.name());
         std::string reason = medium.reasonFor(request.drive, signs_of_udev(drive, partitions));
-        if (const auto found = ofSystem.find(drive.name()); found != ofSystem.end()) {
+        if (const auto found = ofSystem.find(first); found != ofSystem.end()) {
             reason = found->second;
+        } else if (first != drive.name()) {
+            reason = "the same drive as /dev/" + first + ", over another way";
         }
         if (reason.empty()) {
             requests.push_back(std::move(request));

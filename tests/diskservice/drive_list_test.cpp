@@ -23,6 +23,12 @@ QByteArray drive(const QByteArray& folder, const QByteArray& attributes = {})
            " 8000 partition=1;";
 }
 
+// Two ways over the same transport, and what the kernel shows of a drive at the end of each.
+const QByteArray kSas = "pci/host0/port-0:0/end_device-0:0/target0:0:0/";
+const QByteArray kFibre = "pci/host1/rport-1:0-0/target1:0:0/";
+const QByteArray kTwin = " 8192 device/wwid=naa.5000c500abc4 device/serial=S1 device/model=M1";
+const QByteArray kNvme = "device/serial=S1 device/model=M1;";
+
 const QByteArray kWhy = ": left out: the running system ";
 const QByteArray kFrom = kWhy + "was started from it (vantrelle.medium=";
 
@@ -123,6 +129,46 @@ private slots:
             "/dev/sdb" + kWhy + "came from it (/boot/efi");
         row("a drive that is mounted otherwise is not", drive("x/sda") + "mounted 8:1 /home",
             "sda sda1");
+
+        const auto pair = [&row](const char* name, const QByteArray& first,
+                                 const QByteArray& second, const char* listed) {
+            const bool isOne = QByteArray(listed) == "sda";
+            row(name, "device " + first + ";device " + second, listed,
+                isOne ? "/dev/sdb: left out: the same drive as /dev/sda, over another way" : "");
+        };
+        pair("two ways to a SAS drive", kSas + "sda" + kTwin, kSas + "sdb" + kTwin, "sda");
+        pair("two ways over Fibre Channel", kFibre + "sda" + kTwin, kFibre + "sdb" + kTwin, "sda");
+        pair("a SAS drive of another name", kSas + "sda" + kTwin,
+             kSas + "sdb" + QByteArray(kTwin).replace("abc4", "abc8"), "sda sdb");
+        pair("a SAS drive of another serial", kSas + "sda" + kTwin,
+             kSas + "sdb" + QByteArray(kTwin).replace("S1", "S2"), "sda sdb");
+        pair("a SAS drive of another model", kSas + "sda" + kTwin,
+             kSas + "sdb" + QByteArray(kTwin).replace("M1", "M2"), "sda sdb");
+        pair("a SAS drive of another size", kSas + "sda" + kTwin,
+             kSas + "sdb" + QByteArray(kTwin).replace("8192", "8193"), "sda sdb");
+        pair("SAS drives without a serial", kSas + "sda" + QByteArray(kTwin).replace("S1", ""),
+             kSas + "sdb" + QByteArray(kTwin).replace("S1", ""), "sda sdb");
+        pair("SAS drives whose name was never filled in",
+             kSas + "sda" + QByteArray(kTwin).replace("c500abc4", "00000000"),
+             kSas + "sdb" + QByteArray(kTwin).replace("c500abc4", "00000000"), "sda sdb");
+        pair("SAS drives with a name of their texts",
+             kSas + "sda" + QByteArray(kTwin).replace("naa", "t10"),
+             kSas + "sdb" + QByteArray(kTwin).replace("naa", "t10"), "sda sdb");
+        pair("SATA drives behind a SAS controller", kSas + "sda" + kTwin + " device/vendor=ATA",
+             kSas + "sdb" + kTwin + " device/vendor=ATA", "sda sdb");
+        pair("cheap sticks share all", "pci/usb1/sda" + kTwin, "pci/usb2/sdb" + kTwin, "sda sdb");
+        row("two ways to an NVMe drive",
+            "device pci/nvme0/nvme0n1 99 wwid=eui.0025 " + kNvme +
+                "device pci/nvme1/nvme1n1 99 wwid=eui.0025 " + kNvme,
+            "nvme0n1", "/dev/nvme1n1: left out: the same drive as /dev/nvme0n1");
+        row("two namespaces of an NVMe drive",
+            "device pci/nvme0/nvme0n1 99 wwid=eui.0025 " + kNvme +
+                "device pci/nvme0/nvme0n2 99 wwid=eui.0026 " + kNvme,
+            "nvme0n1 nvme0n2");
+        row("two ways to the system's drive",
+            "device " + kSas + "sda" + kTwin + ";device " + kSas + "sdb" + kTwin +
+                "; mounted 8:1 /boot",
+            "", "/dev/sda" + kWhy + "came from it");
     }
     void drives()
     {
