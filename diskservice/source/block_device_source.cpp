@@ -1,6 +1,7 @@
 #include "diskservice/source/block_device_source.h"
 
 #include "diskservice/source/boot_medium.h"
+#include "diskservice/source/device_node.h"
 #include "diskservice/source/drive_identity.h"
 #include "diskservice/source/drive_names.h"
 #include "diskservice/source/kernel_devices.h"
@@ -277,6 +278,8 @@ std::vector<ProbeRequest> BlockDeviceSource::listDrives(BootMedium& medium)
             reason = found->second;
         } else if (first != drive.name()) {
             reason = "the same drive as /dev/" + first + ", over another way";
+        } else if (reason.empty()) {
+            reason = reason_for_no_node(root_, request.drive);
         }
         if (reason.empty()) {
             requests.push_back(std::move(request));

@@ -1,6 +1,7 @@
 #include "diskservice/source/drive_prober.h"
 
 #include "diskservice/source/content_probe.h"
+#include "diskservice/source/device_node.h"
 #include "posix/descriptor.h"
 
 #include <fcntl.h>
@@ -26,9 +27,7 @@ void note_problem(DriveFindings& findings, const DeviceRecord& device, const std
 // An optical drive is opened without waiting for a disc: else the kernel draws in its tray.
 Descriptor open_device(const ProbeRequest& request, const DeviceRecord& device)
 {
-    const std::string node = request.root + device.deviceFile;
-    const int mode = O_RDONLY | O_CLOEXEC | (request.isOptical ? O_NONBLOCK : 0);
-    return Descriptor(::open(node.c_str(), mode));
+    return open_node(request.root, device, request.isOptical ? O_NONBLOCK : 0);
 }
 
 void find_content(DriveFindings& findings, const DeviceRecord& device, int descriptor)

@@ -61,12 +61,14 @@ const QStringList kDevices{"/dev/cciss/c0d0|4608000|512||77|0||1",
                            "/dev/vda|4608000|4096||V1|0||0"};
 const QByteArray kLeftOut = "sda sdb sdc sdd sde dm-0 loop0 nbd0 mmcblk0boot0 nvme0c0n1 mtdblock0";
 
-// Takes this program and what it starts to mounts of their own, with an empty /media.
+// Takes this program and what it starts to mounts of their own, with an empty /media and a folder
+// below /dev for files.
 bool has_own_mounts()
 {
     return ::geteuid() == 0 && QFile::exists("/dev/loop-control") && ::unshare(CLONE_NEWNS) == 0 &&
            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           ::mount("none", "/media", "tmpfs", 0, nullptr) == 0;
+           ::mount("none", "/media", "tmpfs", 0, nullptr) == 0 &&
+           ::mount("none", "/dev/pts", "tmpfs", 0, nullptr) == 0;
 }
 
 // The object path of the device with this file name.
@@ -140,15 +142,18 @@ private slots:
         QVERIFY(run("mke2fs", {"-q", "-Lwhole", file("disc"), "8M"}));
         QVERIFY(relabel(file("disc"), 0, "\xFF<%2&"));
         QVERIFY(run("truncate", {"-s0", file("empty")}));
+        QVERIFY(!canMount_ || run("truncate", {"-s1M", "/dev/pts/sdx"}));
 
         QVERIFY(bus_.start());
         connection_ = QDBusConnection::connectToBus(bus_.address(), "test");
         service_.start(bus_, BINARIES "/diskservice",
                        {"--image", file("used\\,1.img,model=A\\,B\n%1,serial=0\\\\7"),
                         "--image=" + file("big4,sector-size=4096"), "--image", file("disc,optical"),
-                        "--image", file("empty"), "--image", file("missing")});
+                        "--image", file("empty"), "--image", file("missing"), "--image",
+                        "/dev/pts/sdx"});
         QVERIFY(ServiceProcess::waitForName(connection_, kName));
         QVERIFY(service_.says("missing: stat: "));
+        QVERIFY(service_.says(canMount_ ? "/dev/pts/sdx: a regular file below /dev" : "sdx: stat"));
         for (const char* name : {"DeviceAdded", "DeviceRemoved", "DeviceChanged"}) {
             QVERIFY(connection_.connect(kName, kPath, kName, name, this, SLOT(note(QDBusMessage))));
         }

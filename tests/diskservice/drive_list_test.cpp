@@ -3,6 +3,9 @@
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 // Which of a computer's drives are listed, and which are left out with which reason.
 
 namespace {
@@ -38,6 +41,12 @@ class DriveListTest : public QObject {
     Q_OBJECT
 
     PrivateBus bus_;
+
+    static bool canMakeNodes()
+    {
+        const QTemporaryDir folder;
+        return ::mknod(qPrintable(folder.filePath("node")), S_IFBLK, makedev(7, 200)) == 0;
+    }
 
 private slots:
     void initTestCase()
@@ -169,6 +178,14 @@ private slots:
             "device " + kSas + "sda" + kTwin + ";device " + kSas + "sdb" + kTwin +
                 "; mounted 8:1 /boot",
             "", "/dev/sda" + kWhy + "came from it");
+
+        row("a regular file under a drive's name", drive("x/sda") + "chmod -t dev/sda", "",
+            "/dev/sda: left out: the file under its name is no block device");
+        if (canMakeNodes()) {
+            row("another device under a drive's name",
+                drive("x/sda") + "rm dev/sda; mknod dev/sda b 7 200", "",
+                "/dev/sda: left out: another device is under its name");
+        }
     }
     void drives()
     {
