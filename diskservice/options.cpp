@@ -1,5 +1,7 @@
 #include "diskservice/options.h"
 
+#include "diskservice/source/device_text.h"
+
 #include <filesystem>
 #include <string_view>
 
@@ -71,6 +73,10 @@ ImageOption parse_image(const std::string& text)
     }
     ImageOption image;
     image.path = std::filesystem::absolute(path).string();
+    if (!is_printable(image.path)) {
+        throw UsageError("--image: a name that cannot be shown: " +
+                         printable_text(image.path).toStdString());
+    }
     for (std::size_t i = 1; i < fields.size(); ++i) {
         apply_field(image, fields[i]);
     }

@@ -262,12 +262,12 @@ QDBusMessage BusObjects::mountOrUnmount(const QDBusMessage& call)
     try {
         if (call.member() == "FilesystemMount") {
             const QString type = arguments.first().toString();
-            return call.createReply(device_text(mounter_.mount(device, type, options)));
+            return call.createReply(printable_text(mounter_.mount(device, type, options)));
         }
         mounter_.unmount(device, options);
         return call.createReply();
     } catch (const MountFailure& failure) {
         return call.createErrorReply(failure.name(),
-                                     device_text(device.deviceFile + ": " + failure.what()));
+                                     printable_text(device.deviceFile + ": " + failure.what()));
     }
 }

@@ -17,18 +17,18 @@ QVariant bus_size(std::uint64_t value)
     return QVariant::fromValue<qulonglong>(value);
 }
 
-QStringList device_texts(const std::vector<std::string>& list)
+QStringList printable_texts(const std::vector<std::string>& list)
 {
     QStringList texts;
     for (const std::string& bytes : list) {
-        texts += device_text(bytes);
+        texts += printable_text(bytes);
     }
     return texts;
 }
 
 QVariantMap general_properties(const DeviceRecord& device)
 {
-    const QString deviceFile = device_text(device.deviceFile);
+    const QString deviceFile = printable_text(device.deviceFile);
     return {
         {"DeviceFile", deviceFile},
         {"DeviceFilePresentation", deviceFile},
@@ -41,9 +41,11 @@ QVariantMap general_properties(const DeviceRecord& device)
         {"DeviceIsReadOnly", device.isReadOnly},
         {"DeviceIsSystemInternal", device.isSystemInternal},
         {"DeviceIsMounted", !device.mountPaths.empty()},
-        {"DeviceMountPaths", device_texts(device.mountPaths)},
+        {"DeviceMountPaths", printable_texts(device.mountPaths)},
         {"DeviceSize", bus_size(device.sizeBytes)},
         {"DeviceBlockSize", bus_size(device.blockSizeBytes)},
+        // An addition to version 1; the kernel counts from 1.
+        {"DeviceDiskSequence", bus_size(device.diskSequence.value_or(0))},
     };
 }
 

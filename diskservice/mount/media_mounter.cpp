@@ -129,7 +129,7 @@ QString directory_name(const Content& content)
     QString name = device_text(content.label.empty() ? content.uuid : content.label);
     name.truncate(kMaxCharacters);
     for (QChar& c : name) {
-        if (c == '/' || !c.isPrint() || c > kLastLatin1) {
+        if (c == '/' || c == '?' || c > kLastLatin1) {
             c = '_';
         }
     }

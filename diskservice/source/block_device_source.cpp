@@ -1,5 +1,9 @@
 #include "diskservice/source/block_device_source.h"
 
+#include "diskservice/source/boot_medium.h"
+#include "diskservice/source/device_node.h"
+#include "diskservice/source/drive_identity.h"
+#include "diskservice/source/drive_names.h"
 #include "diskservice/source/kernel_devices.h"
 #include "diskservice/source/sysfs.h"
 #include "diskservice/source/system_drives.h"
@@ -8,14 +12,11 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
 
 namespace {
-
-const char* const kIsMedium = "the running system was started from it (vantrelle.medium)";
 
 std::uint32_t number_of(const KernelDevice& device, const std::string& property)
 {
@@ -23,48 +24,6 @@ std::uint32_t number_of(const KernelDevice& device, const std::string& property)
     std::uint32_t number = 0;
     std::from_chars(text.data(), text.data() + text.size(), number);
     return number;
-}
-
-// The first that is not empty.
-std::string first_of(std::initializer_list<std::string> texts)
-{
-    const auto* found = std::ranges::find_if(texts, [](const auto& text) { return !text.empty(); });
-    return found == texts.end() ? std::string() : *found;
-}
-
-// The serial number that a SCSI drive keeps in its page 0x80 (SPC-4, 7.8.15): after a header
-// of four bytes, and blanks before it.
-std::string scsi_serial(const std::filesystem::path& device)
-{
-    constexpr std::size_t kHeaderBytes = 4;
-    std::ifstream file(device / "vpd_pg80", std::ios::binary);
-    std::ostringstream page;
-    page << file.rdbuf();
-    const std::string bytes = page.str();
-    return bytes.size() < kHeaderBytes ? "" : decode_udev_text(bytes.substr(kHeaderBytes));
-}
-
-DriveIdentity identity_of(const KernelDevice& drive)
-{
-    const auto device = drive.folder / "device";
-    DriveIdentity identity;
-    const std::string vendor = first_line(device / "vendor");
-    identity.vendor = first_of({decode_udev_text(drive.property("ID_VENDOR_ENC")),
-                                vendor.starts_with("0x") ? "" : vendor}); // That is a chip's.
-    identity.model = first_of({decode_udev_text(drive.property("ID_MODEL_ENC")),
-                               first_line(device / "model"), first_line(device / "name")});
-    identity.serial = first_of({drive.property("ID_SERIAL_SHORT"), first_line(device / "serial"),
-                                first_line(drive.folder / "serial"), scsi_serial(device)});
-    identity.revision = first_of({drive.property("ID_REVISION"), first_line(device / "rev"),
-                                  first_line(device / "firmware_rev")});
-    const std::string name = drive.name();
-    identity.connectionInterface =
-        first_of({drive.property("ID_BUS"), name.starts_with("nvme")     ? "nvme"
-                                            : name.starts_with("mmcblk") ? "sdio"
-                                            : name.starts_with("vd")     ? "virtio"
-                                            : name.starts_with("fd")     ? "floppy"
-                                                                         : ""});
-    return identity;
 }
 
 DeviceRecord record_of(const KernelDevice& device)
@@ -97,6 +56,7 @@ DeviceRecord partition_of(const DeviceRecord& drive, const KernelDevice& partiti
 {
     DeviceRecord record = record_of(partition);
     record.blockSizeBytes = drive.blockSizeBytes;
+    record.diskSequence = drive.diskSequence;
     record.isRemovable = drive.isRemovable;
     record.isSystemInternal = drive.isSystemInternal;
     record.isReadOnly = record.isReadOnly || drive.isReadOnly;
@@ -106,6 +66,14 @@ DeviceRecord partition_of(const DeviceRecord& drive, const KernelDevice& partiti
     entry.sizeBytes = record.sizeBytes;
     record.place = PartitionPlace{drive.deviceFile, entry};
     return record;
+}
+
+// Whether it can be taken out of the computer: a USB drive that says to be of another kind ("ata"),
+// and memory cards, are not marked as removable.
+bool is_external(const KernelDevice& drive, const DeviceRecord& record)
+{
+    return record.isRemovable || record.identity.connectionInterface == "usb" ||
+           drive.isBelow("usb") || first_line(drive.folder / "device/type") == "SD";
 }
 
 ProbeRequest request_for(const std::string& root, const KernelDevice& drive,
@@ -121,10 +89,13 @@ ProbeRequest request_for(const std::string& root, const KernelDevice& drive,
     DeviceRecord& record = request.drive;
     record.blockSizeBytes =
         static_cast<std::uint32_t>(number_in(drive.folder / "queue/logical_block_size"));
+    if (const std::uint64_t sequence = number_in(drive.folder / "diskseq"); sequence != 0) {
+        record.diskSequence = sequence;
+    }
     record.identity = identity_of(drive);
     record.isOpticalDisc = request.isOptical;
     record.isRemovable = number_in(drive.folder / "removable") != 0;
-    record.isSystemInternal = !record.isRemovable && record.identity.connectionInterface != "usb";
+    record.isSystemInternal = !is_external(drive, record);
     for (const KernelDevice* partition : partitions) {
         request.partitions.push_back(partition_of(record, *partition));
         request.stamp += request.stamp.empty() ? "" : ' ' + partition->name();
@@ -177,6 +148,54 @@ DriveFindings no_findings(const ProbeRequest& request)
     return findings;
 }
 
+// By the names of drives.
+using PartitionsByDrive = std::map<std::string, std::vector<const KernelDevice*>>;
+
+MediumSigns signs_of_udev(const KernelDevice& drive, const PartitionsByDrive& partitions)
+{
+    const auto contentOf = [](const KernelDevice& device) {
+        return Content{"", device.property("ID_FS_TYPE"), "", device.property("ID_FS_UUID"),
+                       device.property("ID_FS_LABEL")};
+    };
+    MediumSigns signs;
+    signs.addFileSystem(contentOf(drive), false);
+    if (const auto found = partitions.find(drive.name()); found != partitions.end()) {
+        for (const KernelDevice* partition : found->second) {
+            signs.addFileSystem(contentOf(*partition), true);
+            signs.addPartitionLabel(partition->property("ID_PART_ENTRY_NAME"));
+        }
+    }
+    return signs;
+}
+
+MediumSigns signs_in(const ProbeRequest& request, const DriveFindings& findings)
+{
+    MediumSigns signs;
+    signs.addFileSystem({"", "iso9660", "", findings.discImageUuid, ""}, false);
+    for (const auto& [deviceFile, content] : findings.contents) {
+        signs.addFileSystem(content, deviceFile != request.drive.deviceFile);
+    }
+    if (findings.table) {
+        for (const PartitionEntry& entry : findings.table->entries) {
+            signs.addPartitionLabel(entry.label);
+        }
+    }
+    return signs;
+}
+
+// The reasons of the drives' first names, whichever names they were given for.
+std::map<std::string, std::string> by_first_names(const std::map<std::string, std::string>& reasons,
+                                                  const std::map<std::string, std::string>& names)
+{
+    std::map<std::string, std::string> result;
+    for (const auto& [name, reason] : reasons) {
+        if (const auto found = names.find(name); found != names.end()) {
+            result.emplace(found->second, reason);
+        }
+    }
+    return result;
+}
+
 } // namespace
 
 std::vector<DeviceRecord> BlockDeviceSource::operator()()
@@ -193,65 +212,79 @@ std::vector<DeviceRecord> BlockDeviceSource::operator()()
 
 std::vector<DeviceRecord> BlockDeviceSource::lookAtAll()
 {
-    const std::string medium = named_medium(root_);
-    std::vector<ProbeRequest> requests = listDrives(medium);
+    BootMedium medium(root_);
+    if (medium.isUnnamed()) {
+        notices_.add("vantrelle.medium: the boot loader could not tell what it was loaded from");
+    }
+    const std::vector<ProbeRequest> requests = listDrives(medium);
     const auto allFindings = prober_.probe(requests);
-    std::vector<DeviceRecord> devices;
+    std::vector<std::string> reasons(requests.size());
     for (std::size_t i = 0; i < requests.size(); ++i) {
-        const std::string& deviceFile = requests[i].drive.deviceFile;
-        const DriveFindings findings = allFindings[i] ? *allFindings[i] : no_findings(requests[i]);
-        if (!medium.empty() && findings.uuids.contains(medium)) {
-            leaveOut(deviceFile, kIsMedium);
-            continue;
+        if (allFindings[i]) {
+            const MediumSigns signs = signs_in(requests[i], *allFindings[i]);
+            reasons[i] = medium.reasonFor(requests[i].drive, signs);
         }
-        if (!allFindings[i] && !medium.empty() && !requests[i].drive.isSystemInternal) {
-            leaveOut(deviceFile, "does not answer, and may be what the system was started from");
-            continue;
+    }
+    std::vector<DeviceRecord> devices;
+    for (std::size_t i = 0; i < requests.size(); ++i) { // All signs are known now.
+        if (!allFindings[i] && medium.canBe(requests[i].drive)) {
+            reasons[i] = "does not answer yet, and may be what the running system was started from";
         }
-        if (!allFindings[i]) {
-            notices_.add(deviceFile + ": does not answer: listed without its contents");
+        if (reasons[i].empty()) {
+            addDrive(devices, requests[i], allFindings[i].get());
+        } else {
+            leaveOut(requests[i].drive.deviceFile, reasons[i]);
         }
-        for (const std::string& problem : findings.problems) {
-            notices_.add(problem);
-        }
-        add_devices(devices, std::move(requests[i]), findings);
     }
     return devices;
 }
 
-// Every drive that may be opened.
-std::vector<ProbeRequest> BlockDeviceSource::listDrives(const std::string& medium)
+void BlockDeviceSource::addDrive(std::vector<DeviceRecord>& devices, const ProbeRequest& request,
+                                 const DriveFindings* findings)
 {
-    const std::vector<KernelDevice> all = kernel_devices(root_);
-    const std::map<std::string, std::string> ofSystem = system_drives(root_);
-    std::set<std::string> ofMedium;
-    std::map<std::string, std::vector<const KernelDevice*>> partitions;
-    for (const KernelDevice& device : all) {
-        const bool isPartition = device.isPartition();
-        const std::string drive =
-            isPartition ? device.folder.parent_path().filename().string() : device.name();
-        if (isPartition) {
-            partitions[drive].push_back(&device);
-        }
-        if (!medium.empty() && device.property("ID_FS_UUID") == medium) {
-            ofMedium.insert(drive);
+    if (!findings) {
+        notices_.add(request.drive.deviceFile + ": does not answer: listed without its contents");
+    } else {
+        for (const std::string& problem : findings->problems) {
+            notices_.add(problem);
         }
     }
+    add_devices(devices, request, findings ? *findings : no_findings(request));
+}
 
-    std::vector<ProbeRequest> requests;
+// Every drive that may be opened.
+std::vector<ProbeRequest> BlockDeviceSource::listDrives(BootMedium& medium)
+{
+    const std::vector<KernelDevice> all = kernel_devices(root_);
+    std::vector<KernelDevice> drives;
+    PartitionsByDrive partitions;
     for (const KernelDevice& device : all) {
         if (device.isPartition()) {
-            continue;
-        }
-        const std::string name = device.name();
-        if (const std::string reason = reason_for_no_drive(device); !reason.empty()) {
+            partitions[device.folder.parent_path().filename()].push_back(&device);
+        } else if (const std::string reason = reason_for_no_drive(device); !reason.empty()) {
             leaveOut(device.deviceFile(), reason);
-        } else if (const auto found = ofSystem.find(name); found != ofSystem.end()) {
-            leaveOut(device.deviceFile(), found->second);
-        } else if (ofMedium.contains(name)) {
-            leaveOut(device.deviceFile(), kIsMedium);
         } else {
-            requests.push_back(request_for(root_, device, partitions[name]));
+            drives.push_back(device);
+        }
+    }
+    const auto names = first_names(drives);
+    const auto ofSystem = by_first_names(system_drives(root_), names);
+    std::vector<ProbeRequest> requests;
+    for (const KernelDevice& drive : drives) {
+        ProbeRequest request = request_for(root_, drive, partitions[drive.name()]);
+        const std::string& first = names.at(drive.name());
+        std::string reason = medium.reasonFor(request.drive, signs_of_udev(drive, partitions));
+        if (const auto found = ofSystem.find(first); found != ofSystem.end()) {
+            reason = found->second;
+        } else if (first != drive.name()) {
+            reason = "the same drive as /dev/" + first + ", over another way";
+        } else if (reason.empty()) {
+            reason = reason_for_no_node(root_, request.drive);
+        }
+        if (reason.empty()) {
+            requests.push_back(std::move(request));
+        } else {
+            leaveOut(request.drive.deviceFile, reason);
         }
     }
     return requests;

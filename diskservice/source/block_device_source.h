@@ -1,5 +1,6 @@
 #pragma once
 
+#include "diskservice/source/boot_medium.h"
 #include "diskservice/source/device_record.h"
 #include "diskservice/source/drive_prober.h"
 #include "diskservice/source/notices.h"
@@ -22,7 +23,9 @@ public:
 
 private:
     std::vector<DeviceRecord> lookAtAll();
-    std::vector<ProbeRequest> listDrives(const std::string& medium);
+    std::vector<ProbeRequest> listDrives(BootMedium& medium);
+    void addDrive(std::vector<DeviceRecord>& devices, const ProbeRequest& request,
+                  const DriveFindings* findings);
     void leaveOut(const std::string& deviceFile, const std::string& reason);
 
     std::string root_;

@@ -115,6 +115,21 @@ Content probe_content(const ProbeRange& range)
             probed_value(probe, "LABEL")};
 }
 
+std::string probe_disc_image(const ProbeRange& range)
+{
+    std::string type = "iso9660";
+    std::array<char*, 2> types{type.data(), nullptr};
+    const Probe probe = make_probe(range);
+    blkid_probe_enable_superblocks(probe.get(), 1);
+    blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_UUID);
+    blkid_probe_filter_superblocks_type(probe.get(), BLKID_FLTR_ONLYIN, types.data());
+    const int result = blkid_do_safeprobe(probe.get());
+    if (result == -1) {
+        throw ProbeFailure("its contents cannot be read");
+    }
+    return result == 0 ? probed_value(probe, "UUID") : std::string();
+}
+
 std::optional<PartitionTable> probe_partition_table(const ProbeRange& drive)
 {
     const Probe probe = make_probe(drive);

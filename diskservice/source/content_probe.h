@@ -25,6 +25,10 @@ struct ProbeRange {
 /// What the range holds, partition tables left aside. Throws ProbeFailure.
 Content probe_content(const ProbeRange& range);
 
+/// The UUID of a disc image (iso9660) on the range, whatever else is left there of older contents;
+/// empty when there is none. Throws ProbeFailure.
+std::string probe_disc_image(const ProbeRange& range);
+
 /// The partition table at the start of the range, which is the whole drive. As the kernel
 /// does, it leaves out partitions that begin behind the drive's end and cuts those that
 /// reach over it. Throws ProbeFailure.

@@ -58,6 +58,9 @@ struct PartitionPlace {
 struct DeviceRecord {
     std::string deviceFile;           ///< Absolute path; what identifies the device.
     std::optional<dev_t> blockDevice; ///< The kernel's number; an image has none.
+    /// The kernel's count of drives and media since its start (Documentation/ABI, diskseq), which
+    /// it never gives twice; a partition has its drive's.
+    std::optional<std::uint64_t> diskSequence;
     std::uint64_t sizeBytes = 0;
     std::uint32_t blockSizeBytes = 0;
     bool isOpticalDisc = false;

@@ -1,6 +1,7 @@
 #include "diskservice/source/drive_prober.h"
 
 #include "diskservice/source/content_probe.h"
+#include "diskservice/source/device_node.h"
 #include "posix/descriptor.h"
 
 #include <fcntl.h>
@@ -26,21 +27,14 @@ void note_problem(DriveFindings& findings, const DeviceRecord& device, const std
 // An optical drive is opened without waiting for a disc: else the kernel draws in its tray.
 Descriptor open_device(const ProbeRequest& request, const DeviceRecord& device)
 {
-    const std::string node = request.root + device.deviceFile;
-    const int mode = O_RDONLY | O_CLOEXEC | (request.isOptical ? O_NONBLOCK : 0);
-    return Descriptor(::open(node.c_str(), mode));
+    return open_node(request.root, device, request.isOptical ? O_NONBLOCK : 0);
 }
 
-void find_content(DriveFindings& findings, const DeviceRecord& device, int descriptor,
-                  bool isShown = true)
+void find_content(DriveFindings& findings, const DeviceRecord& device, int descriptor)
 {
     try {
-        const Content content =
+        findings.contents[device.deviceFile] =
             probe_content({descriptor, 0, device.sizeBytes, device.blockSizeBytes});
-        if (isShown) {
-            findings.contents[device.deviceFile] = content;
-        }
-        findings.uuids.insert(content.uuid);
     } catch (const ProbeFailure& failure) {
         note_problem(findings, device, failure.what());
     }
@@ -49,19 +43,19 @@ void find_content(DriveFindings& findings, const DeviceRecord& device, int descr
 void find_on_drive(DriveFindings& findings, const ProbeRequest& request, int descriptor)
 {
     const DeviceRecord& drive = request.drive;
+    const ProbeRange range{descriptor, 0, drive.sizeBytes, drive.blockSizeBytes};
     try {
         if (!request.isOptical) { // The kernel makes no partitions there.
-            findings.table =
-                probe_partition_table({descriptor, 0, drive.sizeBytes, drive.blockSizeBytes});
+            findings.table = probe_partition_table(range);
         }
+        findings.discImageUuid = probe_disc_image(range);
     } catch (const ProbeFailure& failure) {
         note_problem(findings, drive, failure.what());
     }
-    // Beside partitions, what is left of an older file system means nothing; only the UUID of
-    // a disc image that was copied to a stick is told by it.
-    find_content(findings, drive, descriptor,
-                 request.partitions.empty() &&
-                     (!findings.table || findings.table->entries.empty()));
+    // Beside partitions, what is left of an older file system means nothing.
+    if (request.partitions.empty() && (!findings.table || findings.table->entries.empty())) {
+        find_content(findings, drive, descriptor);
+    }
 }
 
 // The size of the medium; what sysfs says without one is a guess.

@@ -24,8 +24,8 @@ struct DriveFindings {
     std::uint64_t sizeBytes = 0; ///< 0 without a medium.
     std::optional<PartitionTable> table;
     std::map<std::string, Content> contents; ///< By device file; what is recognised only.
-    std::set<std::string> uuids;             ///< Of every file system on it.
-    std::set<std::string> problems;          ///< Each with its device file.
+    std::string discImageUuid;      ///< Of a disc image on the whole drive, also beside partitions.
+    std::set<std::string> problems; ///< Each with its device file.
 };
 
 /// Opens and reads drives, several at once, each on a thread that nobody waits for longer than

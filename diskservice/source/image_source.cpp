@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <iterator>
 #include <system_error>
 #include <utility>
@@ -59,6 +60,15 @@ bool is_settled(const struct stat& status)
     return status.st_ctim.tv_sec + kSettledSeconds < std::time(nullptr);
 }
 
+// Such a file is what a program has left that wrote to a drive which had gone. /dev/shm is for
+// files.
+bool is_below_dev(const std::string& path)
+{
+    std::error_code ignored;
+    const std::string file = std::filesystem::canonical(path, ignored).string();
+    return file.starts_with("/dev/") && !file.starts_with("/dev/shm/");
+}
+
 } // namespace
 
 std::string partition_stem(const std::string& image)
@@ -93,6 +103,10 @@ std::vector<DeviceRecord> ImageSource::devicesOf(const ImageOption& image)
     // Checked before it is opened: opening some kinds of file does something to them.
     if (!S_ISREG(status.st_mode)) {
         note(image.path, "not a regular file");
+        return {};
+    }
+    if (is_below_dev(image.path)) {
+        note(image.path, "a regular file below /dev is neither a drive nor an image");
         return {};
     }
     const Stamp stamp{status.st_dev, status.st_ino, status.st_size, status.st_ctim.tv_sec,

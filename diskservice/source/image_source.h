@@ -41,9 +41,9 @@ ImageRange image_range(const DeviceRecord& device);
 /// that libblkid finds inside it are devices of their own. Their device files ("/x/a.img1")
 /// are names only; no such file exists.
 ///
-/// An image that is missing or no regular file is left out; one whose contents cannot be
-/// read is still a drive of its size. Both are told on standard error, once for as long as
-/// the trouble lasts.
+/// An image that is missing, no regular file or below /dev is left out; one whose contents
+/// cannot be read is still a drive of its size. Both are told on standard error, once for as
+/// long as the trouble lasts.
 ///
 /// The contents of an image are read again only when its file has changed since, going by
 /// its status-change time (stat(2)), which every write sets and nobody can set back.

@@ -98,6 +98,12 @@ bool KernelDevice::isPartition() const
     return fs::exists(folder / "partition");
 }
 
+bool KernelDevice::isBelow(const std::string& object) const
+{
+    return std::ranges::any_of(
+        folder, [&object](const fs::path& part) { return part.string().starts_with(object); });
+}
+
 std::string KernelDevice::property(const std::string& name) const
 {
     const auto found = properties.find(name);

@@ -13,6 +13,8 @@ struct KernelDevice {
     [[nodiscard]] std::string name() const { return folder.filename().string(); }
     [[nodiscard]] std::string deviceFile() const;
     [[nodiscard]] bool isPartition() const;
+    /// Whether an object of the kernel whose name begins so stands above it ("usb" for "usb1").
+    [[nodiscard]] bool isBelow(const std::string& object) const;
     /// Empty when udev does not know it.
     [[nodiscard]] std::string property(const std::string& name) const;
 };

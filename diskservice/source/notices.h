@@ -1,5 +1,7 @@
 #pragma once
 
+#include "diskservice/source/device_text.h"
+
 #include <iostream>
 #include <set>
 #include <string>
@@ -17,7 +19,7 @@ public:
     {
         for (const std::string& notice : current_) {
             if (!told_.contains(notice)) {
-                std::cerr << "diskservice: " << notice << std::endl;
+                std::cerr << "diskservice: " << printable_text(notice).toStdString() << std::endl;
             }
         }
         told_ = std::exchange(current_, {});

@@ -12,7 +12,6 @@
 
 #include <array>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <string_view>
 #include <vector>
@@ -174,16 +173,4 @@ std::map<std::string, std::string> system_drives(const std::string& root)
         search.followPath(path);
     }
     return search.drives();
-}
-
-std::string named_medium(const std::string& root)
-{
-    constexpr std::string_view kName = "vantrelle.medium=";
-    std::ifstream file(root + "/proc/cmdline");
-    for (std::string word; file >> word;) {
-        if (word.starts_with(kName)) {
-            return word.substr(kName.size());
-        }
-    }
-    return {};
 }

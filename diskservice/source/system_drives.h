@@ -7,9 +7,5 @@
 /// below the file systems that the system is mounted from, followed through partitions, loop
 /// devices, overlays, device-mapper stacks, arrays and file systems over several drives. Reads
 /// root/proc, root/sys and root/dev. A system that runs from memory came from none of them;
-/// see named_medium().
+/// see BootMedium.
 std::map<std::string, std::string> system_drives(const std::string& root);
-
-/// The UUID of the medium that the system was started from, as the kernel's command line names
-/// it ("vantrelle.medium=UUID"); empty when it does not.
-std::string named_medium(const std::string& root);

@@ -47,25 +47,28 @@ bool relabel(const QString& path, int offset, const QByteArray& label)
 }
 
 // What the made-up computer's devices are to show, in one line each.
-const QStringList kShown{"DeviceFile",  "DeviceSize",      "DeviceBlockSize", "DriveModel",
-                         "DriveSerial", "PartitionOffset", "DeviceMountPaths"};
-const QStringList kDevices{"/dev/cciss/c0d0|4608000|512||77|0|",
-                           "/dev/fd0|0|512|||0|",
-                           "/dev/mmcblk0|4608000|512|CARD||0|",
-                           "/dev/nvme0n1|2560000000000|512|Fast one|NV 1|0|",
-                           "/dev/nvme0n1p1|8388608|512|||1048576|/mnt/old one",
-                           "/dev/sdf|0|512|||0|",
-                           "/dev/sdg|6320640|512|Hangs on open||0|",
-                           "/dev/sr0|4608000|512|DVD \"q\" %2 \\xzz|S_1|0|",
-                           "/dev/vda|4608000|4096||V1|0|"};
+const QStringList kShown{"DeviceFile",       "DeviceSize",        "DeviceBlockSize",
+                         "DriveModel",       "DriveSerial",       "PartitionOffset",
+                         "DeviceMountPaths", "DeviceDiskSequence"};
+const QStringList kDevices{"/dev/cciss/c0d0|4608000|512||77|0||1",
+                           "/dev/fd0|0|512|||0||1",
+                           "/dev/mmcblk0|4608000|512|CARD||0||1",
+                           "/dev/nvme0n1|2560000000000|512|Fast one|NV 1|0||17",
+                           "/dev/nvme0n1p1|8388608|512|||1048576|/mnt/old one|17",
+                           "/dev/sdf|0|512|||0||1",
+                           "/dev/sdg|6320640|512|Hangs on open||0||1",
+                           "/dev/sr0|4608000|512|DVD \"q\" %2 \\xzz|S_1|0||1",
+                           "/dev/vda|4608000|4096||V1|0||0"};
 const QByteArray kLeftOut = "sda sdb sdc sdd sde dm-0 loop0 nbd0 mmcblk0boot0 nvme0c0n1 mtdblock0";
 
-// Takes this program and what it starts to mounts of their own, with an empty /media.
+// Takes this program and what it starts to mounts of their own, with an empty /media and a folder
+// below /dev for files.
 bool has_own_mounts()
 {
     return ::geteuid() == 0 && QFile::exists("/dev/loop-control") && ::unshare(CLONE_NEWNS) == 0 &&
            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           ::mount("none", "/media", "tmpfs", 0, nullptr) == 0;
+           ::mount("none", "/media", "tmpfs", 0, nullptr) == 0 &&
+           ::mount("none", "/dev/pts", "tmpfs", 0, nullptr) == 0;
 }
 
 // The object path of the device with this file name.
@@ -139,15 +142,18 @@ private slots:
         QVERIFY(run("mke2fs", {"-q", "-Lwhole", file("disc"), "8M"}));
         QVERIFY(relabel(file("disc"), 0, "\xFF<%2&"));
         QVERIFY(run("truncate", {"-s0", file("empty")}));
+        QVERIFY(!canMount_ || run("truncate", {"-s1M", "/dev/pts/sdx"}));
 
         QVERIFY(bus_.start());
         connection_ = QDBusConnection::connectToBus(bus_.address(), "test");
         service_.start(bus_, BINARIES "/diskservice",
-                       {"--image", file("used\\,1.img,model=A\\,B %1,serial=0\\\\7"),
+                       {"--image", file("used\\,1.img,model=A\\,B\n%1,serial=0\\\\7"),
                         "--image=" + file("big4,sector-size=4096"), "--image", file("disc,optical"),
-                        "--image", file("empty"), "--image", file("missing")});
+                        "--image", file("empty"), "--image", file("missing"), "--image",
+                        "/dev/pts/sdx"});
         QVERIFY(ServiceProcess::waitForName(connection_, kName));
         QVERIFY(service_.says("missing: stat: "));
+        QVERIFY(service_.says(canMount_ ? "/dev/pts/sdx: a regular file below /dev" : "sdx: stat"));
         for (const char* name : {"DeviceAdded", "DeviceRemoved", "DeviceChanged"}) {
             QVERIFY(connection_.connect(kName, kPath, kName, name, this, SLOT(note(QDBusMessage))));
         }
@@ -164,7 +170,7 @@ private slots:
         };
         const QVariant drive = QVariant::fromValue(QDBusObjectPath(object("used,1.img")));
         row("a size has the odd tail", "used,1.img", "DeviceSize", 64 * kMiB + 100);
-        row("a model keeps its comma", "used,1.img", "DriveModel", "A,B %1");
+        row("a model keeps its comma, on one line", "used,1.img", "DriveModel", "A,B?%1");
         row("a serial keeps its backslash", "used,1.img", "DriveSerial", "0\\7");
         row("a partition knows its drive", "used,1.img1", "PartitionSlave", drive);
         row("a label need not be UTF-8", "disc", "IdLabel", "\u00ff<%2&");
@@ -173,6 +179,7 @@ private slots:
         row("a size is right in large sectors", "big4p3", "PartitionSize", 20 * kMiB);
         row("an optical disc is one", "disc", "DeviceIsOpticalDisc", true);
         row("an empty file has no size", "empty", "DeviceSize", qulonglong(0));
+        row("no medium was put in for an image", "empty", "DeviceDiskSequence", qulonglong(0));
     }
     // Through Get, with the exact type; the other tests use GetAll.
     void property()
@@ -224,6 +231,7 @@ private slots:
         QTest::newRow("--root: no directory: /dev/null") << QStringList{"--root=/dev/null"};
         QTest::newRow("neither 512 nor 4096: 1") << QStringList{"--image=a,sector-size=1"};
         QTest::newRow("nothing follows the last backslash") << QStringList{"--image=a\\"};
+        QTest::newRow("cannot be shown: /a?forged") << QStringList{"--image=/a\nforged"};
         QTest::newRow("a2: cannot be told from ") << QStringList{"--image=a", "--image=a2"};
     }
     void wrongCommandLine()
