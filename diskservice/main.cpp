@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-// diskservice: lists drives on the message bus; see diskservice(8).
+// diskservice: lists drives on the message bus; see vantrelleplus-diskservice(8).
 
 namespace {
 

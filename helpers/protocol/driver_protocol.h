@@ -1,7 +1,7 @@
 #pragma once
 
-// What the application and the helper program `driver` agree on (driver(1)). Neither side says
-// any of it for itself.
+// What the application and the helper program `driver` agree on (vantrelleplus-driver(1)).
+// Neither side says any of it for itself.
 
 namespace driver_protocol {
 

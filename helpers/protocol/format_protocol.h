@@ -1,7 +1,7 @@
 #pragma once
 
-// What the application and the helper program `format` agree on (format(1)): two arguments,
-// device and picture.
+// What the application and the helper program `format` agree on (vantrelleplus-format(1)): two
+// arguments, device and picture.
 
 namespace format_protocol {
 
