@@ -3,6 +3,8 @@
 #include "app/base/debug_log.h"
 #include "app/base/program_config.h"
 
+#include <QCoreApplication>
+
 #include <algorithm>
 #include <string_view>
 
@@ -33,4 +35,14 @@ StartupOptions read_command_line(int argc, const char* const* argv)
         }
     }
     return options;
+}
+
+void settle_library_directory()
+{
+    if (!theProgramConfig().lib().empty()) {
+        return;
+    }
+    const QString lib =
+        QCoreApplication::applicationDirPath() + QLatin1Char(DIR_SEPARATOR) + QLatin1String("lib");
+    theProgramConfig().setLib(lib.toStdString());
 }

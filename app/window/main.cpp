@@ -14,16 +14,6 @@ namespace {
 // The toolkit version that the program tells the application object it was written for.
 constexpr int kToolkitVersion = 0x040806;
 
-void settle_library_directory()
-{
-    if (!theProgramConfig().lib().empty()) {
-        return;
-    }
-    const QString lib =
-        QCoreApplication::applicationDirPath() + QLatin1Char(DIR_SEPARATOR) + QLatin1String("lib");
-    theProgramConfig().setLib(lib.toStdString());
-}
-
 // The first text to be measured has to wait for the list of fonts, a good part of the start: a
 // second processor reads it while the forms are built.
 std::future<void> read_fonts()

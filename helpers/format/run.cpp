@@ -16,7 +16,7 @@
 
 namespace {
 
-// A `driver` that was killed holds the device until its last arguments is through.
+// A `driver` that was killed holds the device until its last request is through.
 constexpr std::chrono::seconds kBusyWait{20};
 
 std::vector<std::uint64_t> file_sizes(const FormatContent& content)

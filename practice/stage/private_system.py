@@ -24,8 +24,8 @@ class PrivateSystem:
                                                                  self._messages)
 
     def start_disk_service(self, images):
-        """The service with image files and, for each, what it tells of it (diskservice(8));
-        returns its process."""
+        """The service with image files and, for each, what it tells of it
+        (vantrelleplus-diskservice(8)); returns its process."""
         options = []
         for image, description in images.items():
             file = str(image).replace("\\", "\\\\").replace(",", "\\,")

@@ -2,6 +2,7 @@
 
 #include "app/base/program_config.h"
 
+#include <QFileInfo>
 #include <QTest>
 
 class CommandLineTest : public QObject {
@@ -23,6 +24,17 @@ private slots:
             const auto options = read_command_line(static_cast<int>(argv.size()), argv.data());
             const std::string read = theProgramConfig().lib() + ' ' + options.debugType + ' ';
             QCOMPARE(QString::fromStdString(read) + QString::number(options.desktop), expected);
+        }
+    }
+
+    void takesTheLibraryBesideTheProgram()
+    {
+        for (const QString given : {"/a", ""}) {
+            theProgramConfig().setLib(given.toStdString());
+            settle_library_directory();
+            const QString usual = QFileInfo("/proc/self/exe").canonicalPath() + "/lib";
+            QCOMPARE(QString::fromStdString(theProgramConfig().lib()),
+                     given.isEmpty() ? usual : given);
         }
     }
 };

@@ -1,4 +1,5 @@
 #include "tests/support/appliance.h"
+#include "tests/support/script_and_log.h"
 
 #include <QApplication>
 #include <QFileDialog>
@@ -72,6 +73,33 @@ Save Screenshot|Alt+Shift+S
         QVERIFY(menu->isVisible());
     }
 
+    // Where a script of ours stands in the place of both commands, which are links to one program.
+    void restartsAndShutsDown()
+    {
+        const QString command = QFileInfo("/sbin/reboot").canonicalFilePath();
+        const QString other = QFileInfo("/sbin/poweroff").canonicalFilePath();
+        if (command.isEmpty() || command != other) {
+            QSKIP("there is no /sbin/reboot that is one program with /sbin/poweroff");
+        }
+        if (!qEnvironmentVariableIsSet("SHIELDED")) {
+            runShielded(command);
+            return;
+        }
+        QFile script(command);
+        QVERIFY(script.open(QIODevice::ReadOnly) && script.readAll().startsWith("#!/bin/sh\necho"));
+        Appliance appliance({});
+        appliance.open();
+        const qsizetype start = dbg_string().size();
+        appliance.find<QPushButton>("restartComputerButton")->click();
+        appliance.find<QPushButton>("shutdownComputerButton")->click();
+        appliance.find<QAction>("actionShutdownComputer")->trigger();
+        appliance.find<QAction>("actionRestartComputer")->trigger();
+        QString log = dbg_string().mid(start);
+        log.remove(QRegularExpression("System\\(\\d+\\): /sbin/\\w+ output: "));
+        QCOMPARE(log.split('\n', Qt::SkipEmptyParts),
+                 QStringList({"/sbin/reboot", "/sbin/poweroff", "/sbin/poweroff", "/sbin/reboot"}));
+    }
+
     void savesAScreenshot()
     {
         Appliance appliance({});
@@ -96,6 +124,22 @@ Save Screenshot|Alt+Shift+S
         }
         const QString failure = "MainWindow failure: Cannot save " + appliance.library.path();
         QCOMPARE(appliance.boxes, QStringList({failure + "/screen.odd", failure + "/full.png"}));
+    }
+
+private:
+    // Runs the test above in a mount namespace of its own (unshare(1)).
+    static void runShielded(const QString& command)
+    {
+        const QTemporaryDir directory;
+        const QString script = write_script(directory.filePath("command"), "echo $0");
+        const QString mount = "mount --bind " + script + ' ' + command;
+        QStringList unshare{"--mount", "--map-root-user", "sh", "-c", mount};
+        if (QProcess::execute("unshare", unshare) != 0) {
+            QSKIP("the commands cannot be replaced: unshare or mount is not allowed");
+        }
+        unshare.last() += " && SHIELDED=1 exec " + QCoreApplication::applicationFilePath() +
+                          " restartsAndShutsDown";
+        QCOMPARE(QProcess::execute("unshare", unshare), 0);
     }
 };
 

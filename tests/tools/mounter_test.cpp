@@ -3,17 +3,18 @@
 #include "tests/support/private_bus.h"
 #include "tools/mounter.h"
 
+#include <QFileDialog>
 #include <QListWidget>
 
 class MounterTest : public QObject {
     Q_OBJECT
 
 private slots:
+    void initTestCase() { QVERIFY(bus_.startAsSystemBus()); }
+
     void listsMountsAndUnmounts()
     {
-        PrivateBus bus;
-        QVERIFY(bus.startAsSystemBus());
-        FakeDiskService service(bus.address());
+        FakeDiskService service(bus_.address());
         FakeDevice partition = fake_partition("sdb").with("IdUsage", "filesystem");
         partition.mountPath = "/m%1";
         FakeDevice busy = partition.with("DeviceMountPaths", QStringList{"/m\u00fc", "/mnt"});
@@ -35,6 +36,27 @@ private slots:
         QCOMPARE(press(dialog, "refresh"), "none &refresh");
     }
 
+    void browsesWhereItIsMounted()
+    {
+        FakeDiskService service(bus_.address());
+        const QTemporaryDir mounted;
+        service.setDevices({fake_partition("sdb")
+                                .with("IdUsage", "filesystem")
+                                .with("DeviceMountPaths", QStringList{mounted.path()})});
+        const Mounter mounter(nullptr);
+        QString shown;
+        QTimer timer;
+        timer.callOnTimeout([&] {
+            if (auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget())) {
+                shown = dialog->directory().path();
+                dialog->reject();
+            }
+        });
+        timer.start(5);
+        mounter.findChild<QPushButton*>("browse")->click();
+        QCOMPARE(shown, mounted.path());
+    }
+
 private:
     // Then gives the current row and the buttons that can be pressed.
     static QString press(const Mounter& mounter, const char* pressed)
@@ -47,6 +69,8 @@ private:
         }
         return text;
     }
+
+    PrivateBus bus_;
 };
 
 QTEST_MAIN(MounterTest)

@@ -5,6 +5,7 @@
 #include "tests/support/private_bus.h"
 #include "tests/support/script_and_log.h"
 #include "tools/selected_drive.h"
+#include "tools/viewer.h"
 #include "tools/wizard.h"
 
 #include <QLabel>
@@ -37,6 +38,8 @@ private slots:
                  "Device: /dev/none1\nModel Number: <b>%1\nSerial Number: Serial none1\n"
                  "Sectors: 976562500 (500000000000  bytes)\nSector Size: 512");
         list->setCurrentRow(1);
+        wizard.currentPage()->findChildren<QPushButton*>()[1]->click(); // View Sectors
+        QCOMPARE(wizard.findChild<Viewer*>()->windowTitle(), "Model none2 / Serial none2");
         wizard.next();
         QCOMPARE(sDrive.device(), std::string("/dev/none2"));
         wizard.back();

@@ -26,6 +26,20 @@ QImage picture(const Drive& drive, bool partial)
     return QImage(create_postwipe_image_file(drive, partial, nullptr));
 }
 
+// What pictures say while they are made.
+struct PictureTexts : QObject {
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        const auto* label = qobject_cast<QLabel*>(watched);
+        if (label != nullptr && event->type() == QEvent::Polish) {
+            texts += label->text();
+        }
+        return false;
+    }
+
+    QString texts;
+};
+
 } // namespace
 
 class EraseTest : public ApplianceTest {
@@ -164,7 +178,14 @@ private slots:
         appliance.go();
         QTRY_COMPARE(appliance.information(), kComplete);
         QCOMPARE(appliance.status(1), "DONE 100");
+        PictureTexts words;
+        qApp->installEventFilter(&words);
         const Drive stopped = get_drives()[1];
+        static_cast<void>(picture(stopped, true));
+        QVERIFY(words.texts.contains("This drive was partially erased with "));
+        words.texts.clear();
+        static_cast<void>(picture(stopped, false));
+        QVERIFY(words.texts.contains("This drive was erased with "));
         QCOMPARE(appliance.image("sdb"), picture(stopped, true));
         QCOMPARE(appliance.image("sdb").size(), QSize(800, 600));
         QVERIFY(picture(stopped, true) != picture(stopped, false));
