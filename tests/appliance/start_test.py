@@ -1,4 +1,5 @@
-"""Every way in which the kernel is started gives it all the words that it needs."""
+"""Every way in which the kernel is started gives it all the words that it needs, and the words
+that a person chooses in the boot menu do what they say."""
 
 import pathlib
 import re
@@ -9,6 +10,18 @@ from appliance import emulator
 APPLIANCE = pathlib.Path("appliance")
 ALWAYS = {"rootfstype=ramfs", "noresume", "libata.ignore_hpa=1", "quiet"}
 ON_A_MEDIUM = ALWAYS | {"vantrelle.medium=$medium"}
+# The command line, the level that it means, and whether something is said.
+LEVELS = (
+    ("quiet noresume", "tenth", False),
+    ("quiet vantrelle.verify=spot noresume", "spot", False),
+    ("vantrelle.verify=tenth", "tenth", False),
+    ("vantrelle.verify=full\n", "full", False),
+    ("vantrelle.verify=spot vantrelle.verify=full", "full", False),
+    ("vantrelle.verify=", "tenth", True),
+    ("vantrelle.verify=Full", "tenth", True),
+    ("vantrelle.verify=full vantrelle.verify=*", "tenth", True),
+    ("xvantrelle.verify=full vantrelle.verify.full", "tenth", False),
+)
 
 
 def kernel_lines(configuration):
@@ -32,12 +45,15 @@ def check_configuration(name, needed, count):
     for words in lines:
         assert needed <= set(words), (path, needed - set(words))
         assert len(words) == len(set(words)), (path, words)
+    return lines
 
 
 def check_start_lines():
     assert kernel_lines('set a="b $c"\nlinux /x $a d\nset a="$a e"\n linux /x $a') == [
         ["b", "$c", "d"], ["b", "$c", "e"]]
-    check_configuration("grub.cfg", ON_A_MEDIUM, 3)
+    lines = check_configuration("grub.cfg", ON_A_MEDIUM, 5)
+    chosen = [[word for word in words if "verify" in word] for words in lines]
+    assert chosen == [[], [], [], ["vantrelle.verify=full"], ["vantrelle.verify=spot"]], chosen
     check_configuration("netboot/grub.cfg", ALWAYS, 1)
     check_configuration("grub-start.cfg", ALWAYS, 0)
     assert {path.name for path in APPLIANCE.rglob("*.cfg")} == {"grub.cfg", "grub-start.cfg"}
@@ -45,4 +61,17 @@ def check_start_lines():
     assert ALWAYS | {"more"} <= set(options[options.index("-append") + 1].split()), options
 
 
+def check_levels():
+    program = APPLIANCE / "root/usr/lib/vantrelleplus/verification-level"
+    for command_line, level, is_said in LEVELS:
+        run = subprocess.run([program], input=command_line, capture_output=True, text=True,
+                             check=True)
+        assert (run.stdout, bool(run.stderr)) == (level + "\n", is_said), (command_line, run)
+    screen = (APPLIANCE / "root/usr/lib/vantrelleplus/run-screen").read_text()
+    set_level = screen.index("VANTRELLE_VERIFY=$(/usr/lib/vantrelleplus/verification-level "
+                             "</proc/cmdline)\nexport VANTRELLE_VERIFY")
+    assert set_level < screen.index("/usr/lib/vantrelleplus/vantrelleplus desktop")
+
+
 check_start_lines()
+check_levels()
