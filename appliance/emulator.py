@@ -155,7 +155,7 @@ def from_kernel(folder, arguments=""):
     """Options that start the kernel and initial RAM disk in `folder` without a boot loader."""
     return ["-kernel", folder / "vmlinuz", "-initrd", folder / "initrd.img",
             "-append", f"quiet loglevel=3 rootfstype=ramfs noresume "
-            f"cryptomgr.notests noisapnp mitigations=off {arguments}"]
+            f"cryptomgr.notests noisapnp mitigations=off libata.ignore_hpa=1 {arguments}"]
 
 
 def add_files(medium, extra, target):

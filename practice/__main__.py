@@ -19,6 +19,7 @@ from practice.stage.private_system import PrivateSystem, press, screenshot
 from practice.stage.processes import Processes, wait_until
 from practice.stage.program_log import DISCOVERY_SECONDS, Log
 from practice.stage.shield import shield_system_commands
+from practice.stage.work_folder import make_work_folder
 
 WORK_DIRECTORY = "practice-run"
 ERASE_SECONDS = 1800
@@ -81,10 +82,8 @@ def run_program(arguments, directory, images, log):
 
 def main():
     arguments = parse_arguments()
-    directory = pathlib.Path(WORK_DIRECTORY).resolve()
     shield_system_commands(is_virtual(arguments))
-    shutil.rmtree(directory, ignore_errors=True)
-    directory.mkdir()
+    directory = make_work_folder(pathlib.Path.cwd() / WORK_DIRECTORY)
     print(f"Making {len(used_drives.DRIVES)} used drives in {directory}")
     log = Log(directory / "log.txt")
     images = []

@@ -10,6 +10,7 @@ import time
 
 from appliance import emulator
 from practice.stage import erased_drive, old_contents
+from practice.stage.work_folder import make_work_folder
 from tests.appliance.computer import Computer, read_picture
 from tests.appliance.drives import BAD_SECTOR, CONTROLLERS, SECTORS_4096, Drive, one_of_each
 from tests.boot import boot_test
@@ -25,9 +26,8 @@ class Run:
 
     def __init__(self, arguments, name):
         self.iso, self.seed, self.size = arguments.iso, arguments.seed, arguments.size
-        self.folder, self.wrong = arguments.directory / name, 0
-        shutil.rmtree(self.folder, ignore_errors=True)
-        self.folder.mkdir(parents=True)
+        arguments.directory.mkdir(parents=True, exist_ok=True)
+        self.folder, self.wrong = make_work_folder(arguments.directory / name), 0
 
     def expect(self, is_right, sentence):
         if not is_right:

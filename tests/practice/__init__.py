@@ -1,0 +1,1 @@
+"""Tests of practice/ that run no program of the product."""
