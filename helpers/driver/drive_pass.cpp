@@ -120,7 +120,7 @@ void DrivePass::finishWriting()
         return; // tells more
     }
     if (error != 0) {
-        throw system_failure(plan_.path, "flush", error);
+        throw system_failure(plan_.name, "flush", error);
     }
     if (lost.empty()) {
         lost = readBack.findLostWrites(placedMarks_, Marks());
@@ -203,7 +203,7 @@ void DrivePass::throwIfAnyBad() const
     if (badSectors_ != 0) {
         throw Failure(std::to_string(badSectors_) + " sectors could not be " +
                       participle(plan_.access) + ", first at sector " +
-                      std::to_string(firstBadSector_) + " of " + plan_.path + ": " +
+                      std::to_string(firstBadSector_) + " of " + plan_.name + ": " +
                       std::generic_category().message(firstError_));
     }
 }
@@ -222,7 +222,7 @@ void DrivePass::passOver(std::uint64_t offset, int error)
 void DrivePass::throwIfGone(int error) const
 {
     if (error == ENODEV || error == ENXIO) {
-        throw system_failure(plan_.path, verb(plan_.access), error);
+        throw system_failure(plan_.name, verb(plan_.access), error);
     }
     checkSize();
 }
@@ -233,7 +233,7 @@ void DrivePass::checkSize() const
     if (size == plan_.sizeBytes) {
         return;
     }
-    const std::string start = plan_.path + ": " + verb(plan_.access) + ": ";
+    const std::string start = plan_.name + ": " + verb(plan_.access) + ": ";
     if (size == 0) {
         throw Failure(start + "the device has gone");
     }

@@ -42,7 +42,7 @@ std::string ReadBack::findLostWrites(const std::vector<std::uint64_t>& sectors, 
     if (lost == 0) {
         return {};
     }
-    return plan_.path + ": read back: " + std::to_string(lost) + " of the " +
+    return plan_.name + ": read back: " + std::to_string(lost) + " of the " +
            std::to_string(sectors.size()) +
            " sectors looked at do not hold what was written (the drive loses writes or is smaller "
            "than it says), first at sector " +

@@ -1,5 +1,6 @@
 #include "helpers/driver/run.h"
 
+#include "helpers/common/drive_identity.h"
 #include "helpers/driver/arguments.h"
 #include "helpers/driver/device_queue.h"
 #include "helpers/driver/drive_pass.h"
@@ -10,12 +11,8 @@
 #include "helpers/protocol/driver_protocol.h"
 
 #include <algorithm>
-#include <chrono>
 
 namespace {
-
-// udev locks a device for a moment after it appeared or changed.
-constexpr std::chrono::seconds kBusyWait{2};
 
 // Steps are joined to requests of this size: with eight on their way a loop device over
 // memory took 4.6 GB/s with 256 KiB, 6.7 with 512, 7.6 with 1 MiB, 9.6 with 2 MiB, and the
@@ -41,7 +38,7 @@ RunPlan make_plan(const TargetDevice& device, const DriverArguments& arguments)
     const std::uint32_t maxSectors = std::max(kRequestBytes / sectorBytes, 1U);
     const std::uint32_t stepBytes = std::min(maxSectors, arguments.sectorsPerStep) * sectorBytes;
     return {
-        .path = device.path(),
+        .name = device.name(),
         .access = arguments.access,
         .sizeBytes = device.sizeBytes(),
         .sectorSizeBytes = sectorBytes,
@@ -68,7 +65,8 @@ void show_percent(unsigned percent)
 
 void run_driver(const DriverArguments& arguments)
 {
-    const TargetDevice device(arguments.devicePath, arguments.access, kBusyWait);
+    const TargetDevice device(arguments.devicePath, arguments.access,
+                              ExpectedDrive::fromEnvironment());
     RunPlan plan = make_plan(device, arguments);
     const IoMemory memory(plan, arguments.pattern);
     DeviceQueue queue(device, plan.access, memory.whole());

@@ -7,7 +7,7 @@
 
 /// What a run covers and in which pieces.
 struct RunPlan {
-    std::string path; ///< For messages only.
+    std::string name; ///< For messages only.
     TargetDevice::Access access = TargetDevice::Access::Read;
     std::uint64_t sizeBytes = 0;       ///< Not 0; need not be whole sectors.
     std::uint32_t sectorSizeBytes = 0; ///< Not 0.
