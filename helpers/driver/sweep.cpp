@@ -141,7 +141,12 @@ void Sweep::redoBySectors(const IoRequest& failed)
         sector.memory += done;
         sector.lengthBytes =
             std::min<std::size_t>(plan_.sectorSizeBytes, failed.lengthBytes - done);
-        if (const int error = transferWhole(sector); error != 0) {
+        int error = transferWhole(sector);
+        if (error != 0) {
+            // What failed before may have been other sectors: each gets a second try of its own.
+            error = transferWhole(sector);
+        }
+        if (error != 0) {
             client_.failed(sector, error);
         } else {
             client_.moved(sector);

@@ -26,7 +26,7 @@ struct SweepTools {
 /// Reads or writes ranges of a drive in ascending order, many requests on their way at once.
 ///
 /// A request that fails is done again step by step, and a step that fails sector by sector;
-/// the sectors that fail even so are passed over, so that a bad one does not save the rest.
+/// the sectors that fail twice even so are passed over, so that a bad one does not save the rest.
 class Sweep {
 public:
     /// Where the bytes come from or go to, and what becomes of them.
