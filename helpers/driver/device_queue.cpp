@@ -3,28 +3,14 @@
 #include "helpers/driver/output.h"
 
 #include <fcntl.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <string>
-#include <vector>
 
 namespace {
 
 constexpr std::size_t kMaxCachedBytes = 8U << 20U;
-
-// Not for a drive made of memory or a file of a user-space file system, for example. The memory
-// is aligned; it holds the same afterwards.
-bool is_asynchronous(int descriptor, std::span<char> memory)
-{
-    const std::vector<char> kept(memory.begin(), memory.end());
-    const iovec sector{memory.data(), memory.size()};
-    const bool is = ::preadv2(descriptor, &sector, 1, 0, RWF_NOWAIT) >= 0 || errno != EOPNOTSUPP;
-    std::ranges::copy(kept, memory.begin());
-    return is;
-}
 
 // The device's alignment, or a file system that cannot do direct I/O on this part.
 bool is_refusal(ssize_t result)
@@ -43,10 +29,7 @@ void drop_page_cache(int descriptor)
 DeviceQueue::DeviceQueue(const TargetDevice& device, TargetDevice::Access access,
                          std::span<char> memory)
     : device_(device), access_(access), isDirect_(setDirect()),
-      ring_(isDirect_ ? IoRing::open(device.descriptor(), memory) : nullptr),
-      isAsynchronous_(
-          is_asynchronous(device.descriptor(), memory.first(device.sectorSizeBytes())) ||
-          access == TargetDevice::Access::Read)
+      ring_(isDirect_ ? IoRing::open(device.descriptor(), memory) : nullptr)
 {
 }
 

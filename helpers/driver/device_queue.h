@@ -23,7 +23,7 @@ public:
     /// must outlive this. `access` is that of the run.
     DeviceQueue(const TargetDevice& device, TargetDevice::Access access, std::span<char> memory);
 
-    [[nodiscard]] bool isAsynchronous() const override { return isAsynchronous_ && ring_; }
+    [[nodiscard]] bool isAsynchronous() const override { return ring_ != nullptr; }
     [[nodiscard]] bool hasGivenUp() const override { return hasGivenUp_; }
     void start(const IoRequest& request, bool alone) override;
     [[nodiscard]] ssize_t finishOldest() override;
@@ -51,7 +51,6 @@ private:
     TargetDevice::Access access_;
     bool isDirect_;
     std::unique_ptr<IoRing> ring_;
-    bool isAsynchronous_;
     bool hasGivenUp_ = false;
     std::deque<Started> started_;
     Descriptor buffered_; ///< The same device through the page cache; opened when it is needed.

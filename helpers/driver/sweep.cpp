@@ -6,15 +6,25 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <string>
 #include <utility>
 
 namespace {
 
-constexpr Pace kUsualPace{1U << 20U, 8};
+// Which of them is fastest depends on what is below: a disk likes many small ones, memory a few
+// large ones, a drive whose kernel side works in the caller's time a plain call.
+const std::vector<Pace> kPaces{{1U << 20U, 8}, {128U << 10U, 32}, {512U << 10U, 8},
+                               {1U << 20U, 2}, {2U << 20U, 4},    {512U << 10U, 1}};
 
-// By plain calls, smaller ones stay in the processor's cache.
+// By plain calls, larger ones would not stay in the processor's cache.
 constexpr Pace kPlainPace{512U << 10U, 1};
+
+double seconds_now()
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
 
 const char* verb(TargetDevice::Access access)
 {
@@ -42,7 +52,8 @@ void throw_if_gone(const RunPlan& plan, const RequestQueue& queue, TargetDevice:
 Sweep::Sweep(const SweepTools& tools, TargetDevice::Access access, ByteRanges ranges,
              Client& client)
     : plan_(tools.plan), memory_(tools.memory), queue_(tools.queue), progress_(tools.progress),
-      access_(access), ranges_(std::move(ranges)), client_(client)
+      access_(access), ranges_(std::move(ranges)), client_(client),
+      tuner_(kPaces, total_bytes(ranges_), seconds_now)
 {
 }
 
@@ -51,8 +62,9 @@ void Sweep::run()
     while (range_ < ranges_.size()) {
         const Pace pace = choosePace();
         const bool hadGivenUp = queue_.hasGivenUp();
-        const NextRequest next = [&](std::size_t slot) {
-            return queue_.hasGivenUp() == hadGivenUp ? nextRequest(pace, slot) : std::nullopt;
+        const NextRequest next = [&](std::size_t slot) -> std::optional<IoRequest> {
+            const bool isOver = tuner_.isDue() || queue_.hasGivenUp() != hadGivenUp;
+            return isOver ? std::nullopt : nextRequest(pace, slot);
         };
         run_requests(queue_, pace.depth, next, [this](const IoRequest& request, ssize_t moved) {
             finishRequest(request, moved);
@@ -63,14 +75,14 @@ void Sweep::run()
     }
 }
 
-Pace Sweep::choosePace() const
+Pace Sweep::choosePace()
 {
     const std::uint64_t largest =
         std::ranges::max_element(ranges_, {}, &ByteRange::lengthBytes)->lengthBytes;
     if (largest <= plan_.sectorSizeBytes) {
         return {plan_.sectorSizeBytes, queue_.isAsynchronous() ? RequestQueue::kMaxDepth : 1};
     }
-    Pace pace = queue_.isAsynchronous() ? kUsualPace : kPlainPace;
+    Pace pace = queue_.isAsynchronous() ? tuner_.choose() : kPlainPace;
     pace.requestBytes = joined_steps(plan_.stepBytes, pace.requestBytes);
     pace.depth = std::min(pace.depth, memory_.slotCount(pace.requestBytes));
     return pace;
@@ -116,6 +128,7 @@ void Sweep::finishRequest(const IoRequest& request, ssize_t moved)
         redoBySteps(request);
     }
     client_.finished(request);
+    tuner_.finished(request.lengthBytes);
     progress_.add(request.lengthBytes);
 }
 

@@ -2,18 +2,13 @@
 
 #include "helpers/driver/request_queue.h"
 #include "helpers/driver/run_plan.h"
+#include "helpers/driver/tuner.h"
 
 #include <cstdint>
 #include <optional>
 
 class IoMemory;
 class Progress;
-
-/// How requests are made: their size, and how many are on their way at once.
-struct Pace {
-    std::uint32_t requestBytes = 0;
-    std::size_t depth = 1;
-};
 
 /// What a sweep works with; all of it must outlive the sweep.
 struct SweepTools {
@@ -57,7 +52,7 @@ public:
     void run();
 
 private:
-    [[nodiscard]] Pace choosePace() const;
+    [[nodiscard]] Pace choosePace();
     [[nodiscard]] std::optional<IoRequest> nextRequest(const Pace& pace, std::size_t slot);
     [[nodiscard]] std::uint64_t requestEnd(std::uint32_t requestBytes) const;
     void finishRequest(const IoRequest& request, ssize_t moved);
@@ -72,6 +67,7 @@ private:
     const TargetDevice::Access access_;
     const ByteRanges ranges_;
     Client& client_;
+    Tuner tuner_;
     std::size_t range_ = 0;        ///< The one that the next request is in,
     std::uint64_t nextOffset_ = 0; ///< which begins here.
 };
