@@ -1,5 +1,7 @@
 #include "helpers/common/target_device.h"
 
+#include "helpers/common/drive_identity.h"
+#include "helpers/common/drive_user.h"
 #include "helpers/common/failure.h"
 
 #include <fcntl.h>
@@ -10,14 +12,28 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <string>
+#include <chrono>
+#include <filesystem>
 #include <thread>
 
 namespace {
 
-constexpr std::chrono::milliseconds kBusyPoll{50};
+using Clock = std::chrono::steady_clock;
 
-mode_t checked_mode(const std::string& path, int descriptor)
+constexpr std::chrono::milliseconds kBusyPoll{50};
+constexpr std::chrono::seconds kDeviceBusyWait{60};
+constexpr std::chrono::seconds kFileBusyWait{2}; // for a helper that was just killed
+const std::string kDevices = "/dev/";
+
+bool is_among_devices(const std::string& path, const struct stat& file)
+{
+    struct stat folder = {};
+    struct stat parent = {};
+    return ::stat(kDevices.c_str(), &folder) == 0 && ::stat("/", &parent) == 0 &&
+           ::is_among_devices(path, file, folder, parent);
+}
+
+struct stat checked_status(const std::string& path, int descriptor)
 {
     struct stat status = {};
     if (::fstat(descriptor, &status) != 0) {
@@ -26,7 +42,13 @@ mode_t checked_mode(const std::string& path, int descriptor)
     if (!S_ISBLK(status.st_mode) && !S_ISREG(status.st_mode)) {
         throw Failure(path + ": open: neither a block device nor a regular file");
     }
-    return status.st_mode;
+    std::error_code error;
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+    if (S_ISREG(status.st_mode) &&
+        is_among_devices(std::filesystem::read_symlink(link, error).string(), status)) {
+        throw Failure(path + ": open: a regular file in the place of a device is no drive");
+    }
+    return status;
 }
 
 // Opened and locked, or none with errno set; EBUSY when someone else has it.
@@ -43,18 +65,6 @@ Descriptor open_exclusively(const std::string& name, int flags)
     return Descriptor();
 }
 
-Descriptor wait_and_open_exclusively(const std::string& name, int flags,
-                                     std::chrono::milliseconds busyWait)
-{
-    const auto deadline = std::chrono::steady_clock::now() + busyWait;
-    Descriptor descriptor = open_exclusively(name, flags);
-    while (!descriptor.isOpen() && errno == EBUSY && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(kBusyPoll);
-        descriptor = open_exclusively(name, flags);
-    }
-    return descriptor;
-}
-
 std::uint64_t measure_bytes(int descriptor, bool isBlockDevice)
 {
     if (isBlockDevice) {
@@ -67,12 +77,28 @@ std::uint64_t measure_bytes(int descriptor, bool isBlockDevice)
 
 } // namespace
 
-TargetDevice::TargetDevice(const std::string& path, Access access,
-                           std::chrono::milliseconds busyWait)
-    : path_(path)
+bool is_among_devices(const std::string& path, const struct stat& file, const struct stat& folder,
+                      const struct stat& parent)
 {
-    open(access, busyWait);
+    const bool isBelow = path.starts_with(kDevices);
+    const bool isDirectlyBelow = isBelow && path.find('/', kDevices.size()) == std::string::npos;
+    const bool isMountPoint = folder.st_dev != parent.st_dev;
+    return isDirectlyBelow || (file.st_dev == folder.st_dev && (isBelow || isMountPoint));
+}
+
+TargetDevice::TargetDevice(const std::string& path, Access access, const ExpectedDrive& expected)
+    : name_(path)
+{
+    // Nothing is done to a file that is opened with O_PATH (open(2)): a FIFO does not block,
+    // a tape does not rewind.
+    const Descriptor found(::open(path.c_str(), O_PATH | O_CLOEXEC));
+    if (!found.isOpen()) {
+        throw system_failure(path, "open", errno);
+    }
+    identify(path, found.get());
+    open(found.procName(), access);
     measure();
+    compare(path, expected);
 }
 
 std::uint64_t TargetDevice::currentSizeBytes() const
@@ -80,33 +106,41 @@ std::uint64_t TargetDevice::currentSizeBytes() const
     return measure_bytes(descriptor_.get(), isBlockDevice_);
 }
 
-void TargetDevice::open(Access access, std::chrono::milliseconds busyWait)
+void TargetDevice::identify(const std::string& path, int descriptor)
 {
-    // Nothing is done to a file that is opened with O_PATH (open(2)): a FIFO does not block,
-    // a tape does not rewind.
-    const Descriptor found(::open(path_.c_str(), O_PATH | O_CLOEXEC));
-    if (!found.isOpen()) {
-        throw system_failure(path_, "open", errno);
-    }
-    isBlockDevice_ = S_ISBLK(checked_mode(path_, found.get()));
-
-    int flags = O_CLOEXEC | (access == Access::Write ? O_RDWR : O_RDONLY);
+    const struct stat status = checked_status(path, descriptor);
+    isBlockDevice_ = S_ISBLK(status.st_mode);
     if (isBlockDevice_) {
-        flags |= O_EXCL;
+        number_ = status.st_rdev;
+        const std::string drive = model_and_serial(number_);
+        name_ += drive.empty() ? "" : " (" + drive + ")";
     }
-    descriptor_ = wait_and_open_exclusively(found.procName(), flags, busyWait);
-    if (!descriptor_.isOpen() && errno == EBUSY) {
-        throw Failure(path_ + ": open: the device is in use");
+}
+
+void TargetDevice::open(const std::string& procName, Access access)
+{
+    const int exclusive = isBlockDevice_ ? O_EXCL : 0;
+    const int flags = O_CLOEXEC | exclusive | (access == Access::Write ? O_RDWR : O_RDONLY);
+    const auto deadline = Clock::now() + (isBlockDevice_ ? kDeviceBusyWait : kFileBusyWait);
+    descriptor_ = open_exclusively(procName, flags);
+    while (!descriptor_.isOpen() && errno == EBUSY) {
+        const std::string user = isBlockDevice_ ? find_drive_user(number_) : std::string();
+        if (!user.empty() || Clock::now() >= deadline) {
+            throw Failure(name_ + ": open: the device is in use" +
+                          (user.empty() ? "" : ": " + user));
+        }
+        std::this_thread::sleep_for(kBusyPoll);
+        descriptor_ = open_exclusively(procName, flags);
     }
     if (!descriptor_.isOpen()) {
-        throw system_failure(path_, "open", errno);
+        throw system_failure(name_, "open", errno);
     }
     // The kernel opens a write-protected drive for writing all the same; every single sector
     // would then be refused, one by one.
     int isReadOnly = 0;
     if (access == Access::Write && isBlockDevice_ &&
         ::ioctl(descriptor_.get(), BLKROGET, &isReadOnly) == 0 && isReadOnly != 0) {
-        throw Failure(path_ + ": open: the device is read-only; look for a write-protect switch");
+        throw Failure(name_ + ": open: the device is read-only; look for a write-protect switch");
     }
 }
 
@@ -115,12 +149,26 @@ void TargetDevice::measure()
     if (isBlockDevice_) {
         int bytes = 0;
         if (::ioctl(descriptor_.get(), BLKSSZGET, &bytes) != 0 || bytes <= 0) {
-            throw system_failure(path_, "read sector size", errno);
+            throw system_failure(name_, "read sector size", errno);
         }
         sectorSizeBytes_ = static_cast<std::uint32_t>(bytes);
     }
     sizeBytes_ = measure_bytes(descriptor_.get(), isBlockDevice_);
     if (sizeBytes_ == 0) {
-        throw Failure(path_ + ": the device has no size");
+        throw Failure(name_ + ": the device has no size");
+    }
+}
+
+// Kernels before 5.15 have no disk sequence numbers.
+void TargetDevice::compare(const std::string& path, const ExpectedDrive& expected) const
+{
+    std::uint64_t sequence = 0;
+    const bool isSameDisk = !expected.diskSequence || !isBlockDevice_ ||
+                            ::ioctl(descriptor_.get(), BLKGETDISKSEQ, &sequence) != 0 ||
+                            sequence == *expected.diskSequence;
+    if (!isSameDisk || sizeBytes_ != expected.sizeBytes.value_or(sizeBytes_)) {
+        const std::string drive = isBlockDevice_ ? model_and_serial(number_) : std::string();
+        throw Failure(path + ": another drive is there now: " + drive +
+                      (drive.empty() ? "" : ", ") + std::to_string(sizeBytes_) + " bytes");
     }
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdlib>
 #include <map>
 
 namespace {
@@ -78,6 +79,23 @@ std::string parse_pattern(const std::string& text)
     return pattern;
 }
 
+Verification verification_from_environment()
+{
+    const char* const given = std::getenv(kVerifyVariable);
+    const std::string text = given == nullptr ? kTenth : given;
+    if (text == kSpot) {
+        return Verification::Spot;
+    }
+    if (text == kTenth) {
+        return Verification::Tenth;
+    }
+    if (text == kFull) {
+        return Verification::Full;
+    }
+    throw usage_error(std::string(kVerifyVariable) + ": '" + text +
+                      "' is not one of spot, tenth and full");
+}
+
 } // namespace
 
 std::optional<DriverArguments> parse_driver_arguments(const std::vector<std::string>& words)
@@ -93,6 +111,7 @@ std::optional<DriverArguments> parse_driver_arguments(const std::vector<std::str
         throw usage_error("device: '' is not a path");
     }
     arguments.access = parse_mode(values.at(kMode));
+    arguments.verification = verification_from_environment();
     arguments.sectorsPerStep = parse_sectors_per_step(values.at(kSectorsPerTime));
     if (arguments.access == TargetDevice::Access::Write) {
         arguments.pattern = parse_pattern(values.at(kPattern));
@@ -113,5 +132,8 @@ std::string driver_help()
            "\n"
            "  --help            show this text\n"
            "\n"
-           "The four arguments are all needed, in any order. Nothing asks for confirmation.\n";
+           "The four arguments are all needed, in any order. Nothing asks for confirmation.\n"
+           "\n"
+           "What was written is read back: a tenth of it, or what the environment variable\n"
+           "VANTRELLE_VERIFY says: spot (2400 sectors), tenth or full.\n";
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "helpers/common/target_device.h"
+#include "helpers/driver/run_plan.h"
 
 #include <cstdint>
 #include <optional>
@@ -14,11 +15,13 @@ struct DriverArguments {
     TargetDevice::Access access = TargetDevice::Access::Read;
     std::string pattern; ///< Pattern bytes; never empty when writing, not used when reading.
     std::uint32_t sectorsPerStep = 0;
+    Verification verification = Verification::Tenth; ///< From the environment.
 };
 
 /// Reads the words after the program's name, which may come in any order. No value
-/// means that the user asks for the help text. Throws Failure with ExitCode::Usage when an
-/// argument is unknown, missing, repeated or malformed; nothing is opened.
+/// means that the user asks for the help text. How much is read back comes from the environment.
+/// Throws Failure with ExitCode::Usage when an argument is unknown, missing, repeated or malformed;
+/// nothing is opened.
 [[nodiscard]] std::optional<DriverArguments>
 parse_driver_arguments(const std::vector<std::string>& words);
 

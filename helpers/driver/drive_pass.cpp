@@ -1,253 +1,172 @@
 #include "helpers/driver/drive_pass.h"
 
 #include "helpers/common/failure.h"
+#include "helpers/driver/bad_sectors.h"
 #include "helpers/driver/io_memory.h"
 #include "helpers/driver/read_back.h"
+#include "helpers/driver/samples.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <cstring>
 #include <iterator>
-#include <system_error>
+#include <span>
 #include <utility>
+#include <vector>
 
 namespace {
 
-constexpr unsigned kAllDone = 100;
+using Access = TargetDevice::Access;
 
-// Measured with requests of 2 MiB on a loop device over memory, two cores: 2 on their way gave
-// 7.5 GB/s, 4 gave 6.6, 8 gave 9.6, 16 gave 7.2, 32 gave 7.9; with requests of 256 KiB none
-// came above 7.
-constexpr std::size_t kDepth = 8;
+// What is read is not looked at.
+class Reading : public Sweep::Client {
+public:
+    Reading(const RunPlan& plan, BadSectors& bad) : sectorBytes_(plan.sectorSizeBytes), bad_(bad) {}
 
-// Of 1400 sectors, all but two at random, none lies in a lost hundredth of the drive once in
-// 1.27 million runs: 0.99^1398 = 7.9e-7.
-constexpr std::uint64_t kSamples = 1400;
+    char* memoryFor(const IoRequest& /*request*/, char* slot) override { return slot; }
+    void failed(const IoRequest& sector, int error) override
+    {
+        bad_.add(sector.offsetBytes / sectorBytes_, error);
+    }
 
-const char* verb(TargetDevice::Access access)
+private:
+    std::uint32_t sectorBytes_;
+    BadSectors& bad_;
+};
+
+// The pattern, with the marks in their places. The slots are full of the pattern.
+class Writing : public Sweep::Client {
+public:
+    Writing(const SweepTools& tools, const Marks& marks, BadSectors& bad)
+        : sectorBytes_(tools.plan.sectorSizeBytes), memory_(tools.memory), marks_(marks), bad_(bad)
+    {
+    }
+
+    char* memoryFor(const IoRequest& request, char* slot) override
+    {
+        const auto marked = marksIn(request);
+        for (const std::uint64_t sector : marked) {
+            marks_.fill(sector, slot + (sector * sectorBytes_ - request.offsetBytes));
+        }
+        return marked.empty() ? memory_.shared() : slot;
+    }
+
+    void failed(const IoRequest& sector, int error) override
+    {
+        const std::uint64_t number = sector.offsetBytes / sectorBytes_;
+        bad_.add(number, error);
+        if (marks_.contains(number)) {
+            failedMarks_.push_back(number);
+        }
+    }
+
+    void finished(const IoRequest& request) override
+    {
+        for (const std::uint64_t sector : marksIn(request)) {
+            std::memcpy(request.memory + (sector * sectorBytes_ - request.offsetBytes),
+                        memory_.pattern(), sectorBytes_);
+        }
+    }
+
+    /// Those that are on the drive.
+    [[nodiscard]] std::vector<std::uint64_t> placedMarks() const
+    {
+        std::vector<std::uint64_t> placed;
+        std::ranges::set_difference(marks_.sectors(), failedMarks_, std::back_inserter(placed));
+        return placed;
+    }
+
+private:
+    [[nodiscard]] std::span<const std::uint64_t> marksIn(const IoRequest& request) const
+    {
+        return marks_.among(request.offsetBytes / sectorBytes_, request.lengthBytes / sectorBytes_);
+    }
+
+    std::uint32_t sectorBytes_;
+    IoMemory& memory_;
+    const Marks& marks_;
+    BadSectors& bad_;
+    std::vector<std::uint64_t> failedMarks_; ///< Ascending, as requests finish in order.
+};
+
+Marks make_marks(const RunPlan& plan)
 {
-    return access == TargetDevice::Access::Write ? "write" : "read";
-}
-
-const char* participle(TargetDevice::Access access)
-{
-    return access == TargetDevice::Access::Write ? "written" : "read";
+    return plan.access == Access::Read ? Marks()
+                                       : Marks(sectors_to_mark(plan), plan.sectorSizeBytes);
 }
 
 } // namespace
 
-DrivePass::DrivePass(const RunPlan& plan, Marks marks, const IoMemory& memory, RequestQueue& queue,
-                     ShowPercent showPercent)
-    : plan_(plan), marks_(std::move(marks)), memory_(memory), queue_(queue),
-      showPercent_(std::move(showPercent))
+DrivePass::DrivePass(const RunPlan& plan, IoMemory& memory, RequestQueue& queue,
+                     Progress::Show showPercent)
+    : marks_(make_marks(plan)),
+      toReadBack_(plan.access == Access::Read ? ByteRanges()
+                                              : ranges_to_read_back(plan, marks_.sectors())),
+      progress_(plan.sizeBytes + total_bytes(toReadBack_), std::move(showPercent)),
+      tools_{plan, memory, queue, progress_}
 {
 }
 
 void DrivePass::run()
 {
     // Before the first write, so that a run that nobody listens to ends here.
-    showProgress(0);
-    run_requests(
-        queue_, kDepth, [this](std::size_t slot) { return nextRequest(slot); },
-        [this](const IoRequest& request, ssize_t moved) { finishRequest(request, moved); });
-    if (plan_.access == TargetDevice::Access::Write) {
-        finishWriting();
+    progress_.start();
+    if (tools_.plan.access == Access::Read) {
+        readAll();
+    } else {
+        writeAndProve();
     }
-    checkSize();
-    throwIfAnyBad();
-    showPercent_(kAllDone);
+    check_size(tools_.plan, tools_.queue, tools_.plan.access);
+    progress_.finish();
 }
 
-std::optional<IoRequest> DrivePass::nextRequest(std::size_t slot)
+void DrivePass::readAll()
 {
-    placeMarks();
-    if (nextOffset_ == plan_.sizeBytes) {
-        return std::nullopt;
-    }
-    // Each time: writing would silently make a file that was cut short as long as before.
-    checkSize();
-    const std::uint64_t offset = std::exchange(nextOffset_, requestEnd(nextOffset_));
-    char* const memory = plan_.access == TargetDevice::Access::Read
-                             ? memory_.part(slot, plan_.requestBytes)
-                             : memory_.request();
-    return IoRequest{plan_.access, offset, static_cast<std::size_t>(nextOffset_ - offset), memory};
+    BadSectors bad;
+    Reading reading(tools_.plan, bad);
+    Sweep(tools_, Access::Read, {{0, tools_.plan.sizeBytes}}, reading).run();
+    throwIfAny(bad);
 }
 
-// Requests end at multiples of their size also behind a mark, so that they stay aligned to the
-// physical sectors. The trailing part of a sector is one of its own: it cannot be direct I/O.
-std::uint64_t DrivePass::requestEnd(std::uint64_t offset) const
+void DrivePass::writeAndProve()
 {
-    const std::uint64_t wholeSectors = plan_.sectorCount() * plan_.sectorSizeBytes;
-    if (offset == wholeSectors) {
-        return plan_.sizeBytes;
-    }
-    const auto mark = marks_.firstFrom(offset / plan_.sectorSizeBytes);
-    const std::uint64_t end = mark ? *mark * plan_.sectorSizeBytes : wholeSectors;
-    return std::min(end, offset - offset % plan_.requestBytes + plan_.requestBytes);
-}
+    BadSectors bad;
+    Writing writing(tools_, marks_, bad);
+    Sweep(tools_, Access::Write, {{0, tools_.plan.sizeBytes}}, writing).run();
 
-void DrivePass::placeMarks()
-{
-    const std::uint32_t length = plan_.sectorSizeBytes;
-    for (; marks_.contains(nextOffset_ / length); nextOffset_ += length) {
-        checkSize();
-        const std::uint64_t sector = nextOffset_ / length;
-        std::ranges::copy(marks_.content(sector), memory_.sector(0));
-        if (isMoved({plan_.access, nextOffset_, length, memory_.sector(0)})) {
-            placedMarks_.push_back(sector);
-        }
+    std::string wrong;
+    if (tools_.queue.flush() == 0 && bad.isEmpty()) {
+        wrong = ReadBack(tools_, marks_).findLostWrites(toReadBack_);
     }
-}
-
-// Marks never stay where a sector can be written, whatever was found before.
-void DrivePass::overwriteMarks()
-{
-    const std::uint32_t length = plan_.sectorSizeBytes;
-    for (const std::uint64_t sector : placedMarks_) {
-        static_cast<void>(isMoved({plan_.access, sector * length, length, memory_.request()}));
-    }
-}
-
-void DrivePass::finishWriting()
-{
-    ReadBack readBack(plan_, memory_, queue_);
-    std::string lost;
-    if (queue_.flush() == 0 && badSectors_ == 0) {
-        lost = readBack.findLostWrites(sampleSectors(), marks_);
-    }
-    overwriteMarks();
-    const int error = queue_.flush();
-    if (badSectors_ != 0) {
-        return; // tells more
-    }
+    // Marks never stay where a sector can be written, whatever was found before.
+    const ByteRanges placed = sector_ranges(writing.placedMarks(), tools_.plan.sectorSizeBytes);
+    overwrite(placed, bad);
+    const int error = tools_.queue.flush();
+    throwIfAny(bad);
     if (error != 0) {
-        throw system_failure(plan_.path, "flush", error);
+        throw system_failure(tools_.plan.name, "flush", error);
     }
-    if (lost.empty()) {
-        lost = readBack.findLostWrites(placedMarks_, Marks());
+    if (wrong.empty()) {
+        wrong = ReadBack(tools_, Marks()).findLostWrites(placed);
     }
-    if (!lost.empty()) {
-        checkSize(); // says more when it fails
-        throw Failure(lost);
-    }
-}
-
-std::vector<std::uint64_t> DrivePass::sampleSectors() const
-{
-    std::vector<std::uint64_t> all;
-    std::ranges::set_union(spread_sectors(plan_.sectorCount(), kSamples), marks_.sectors(),
-                           std::back_inserter(all));
-    return all;
-}
-
-void DrivePass::finishRequest(const IoRequest& request, ssize_t moved)
-{
-    if (moved < 0) {
-        throwIfGone(static_cast<int>(-moved));
-    }
-    if (moved < static_cast<ssize_t>(request.lengthBytes)) {
-        redoBySteps(request);
-    }
-    showProgress(request.offsetBytes + request.lengthBytes);
-}
-
-void DrivePass::redoBySteps(const IoRequest& failed)
-{
-    for (std::size_t done = 0; done < failed.lengthBytes; done += plan_.stepBytes) {
-        IoRequest step = failed;
-        step.offsetBytes += done;
-        step.lengthBytes = std::min<std::size_t>(plan_.stepBytes, failed.lengthBytes - done);
-        if (transferWhole(step) != 0) {
-            redoBySectors(step);
-        }
+    if (!wrong.empty()) {
+        check_size(tools_.plan, tools_.queue, Access::Read); // says more when it fails
+        throw Failure(wrong);
     }
 }
 
-void DrivePass::redoBySectors(const IoRequest& failed)
+void DrivePass::overwrite(const ByteRanges& marks, BadSectors& bad)
 {
-    for (std::size_t done = 0; done < failed.lengthBytes; done += plan_.sectorSizeBytes) {
-        IoRequest sector = failed;
-        sector.offsetBytes += done;
-        sector.lengthBytes =
-            std::min<std::size_t>(plan_.sectorSizeBytes, failed.lengthBytes - done);
-        static_cast<void>(isMoved(sector));
-    }
+    const Marks none;
+    Writing writing(tools_, none, bad);
+    Sweep(tools_, Access::Write, marks, writing).run();
 }
 
-bool DrivePass::isMoved(const IoRequest& sector)
+void DrivePass::throwIfAny(const BadSectors& bad) const
 {
-    const int error = transferWhole(sector);
-    if (error != 0) {
-        passOver(sector.offsetBytes, error);
+    if (!bad.isEmpty()) {
+        const RunPlan& plan = tools_.plan;
+        const char* const what = plan.access == Access::Write ? "written" : "read";
+        throw Failure(std::to_string(bad.count()) + " sectors could not be " + what + ", " +
+                      bad.describeFirst(" of " + plan.name));
     }
-    return error == 0;
-}
-
-int DrivePass::transferWhole(IoRequest request)
-{
-    while (request.lengthBytes > 0) {
-        const ssize_t moved = queue_.transfer(request);
-        if (moved <= 0) {
-            const int error = moved < 0 ? static_cast<int>(-moved) : EIO;
-            throwIfGone(error);
-            return error;
-        }
-        request.offsetBytes += static_cast<std::uint64_t>(moved);
-        request.memory += moved;
-        request.lengthBytes -= static_cast<std::size_t>(moved);
-    }
-    return 0;
-}
-
-void DrivePass::throwIfAnyBad() const
-{
-    if (badSectors_ != 0) {
-        throw Failure(std::to_string(badSectors_) + " sectors could not be " +
-                      participle(plan_.access) + ", first at sector " +
-                      std::to_string(firstBadSector_) + " of " + plan_.path + ": " +
-                      std::generic_category().message(firstError_));
-    }
-}
-
-void DrivePass::passOver(std::uint64_t offset, int error)
-{
-    const std::uint64_t sector = offset / plan_.sectorSizeBytes;
-    // Marks are written ahead of the requests on their way.
-    if (badSectors_++ == 0 || sector < firstBadSector_) {
-        firstBadSector_ = sector;
-        firstError_ = error;
-    }
-}
-
-// A drive that was pulled out fails with one of these, or with EIO and no size left.
-void DrivePass::throwIfGone(int error) const
-{
-    if (error == ENODEV || error == ENXIO) {
-        throw system_failure(plan_.path, verb(plan_.access), error);
-    }
-    checkSize();
-}
-
-void DrivePass::checkSize() const
-{
-    const std::uint64_t size = queue_.currentSizeBytes();
-    if (size == plan_.sizeBytes) {
-        return;
-    }
-    const std::string start = plan_.path + ": " + verb(plan_.access) + ": ";
-    if (size == 0) {
-        throw Failure(start + "the device has gone");
-    }
-    throw Failure(start + "the size changed from " + std::to_string(plan_.sizeBytes) + " to " +
-                  std::to_string(size) + " bytes");
-}
-
-void DrivePass::showProgress(std::uint64_t doneBytes)
-{
-    // Does not overflow below 184 petabytes.
-    const auto percent = static_cast<unsigned>(doneBytes * kAllDone / plan_.sizeBytes);
-    const unsigned shown = std::min(percent, kAllDone - 1);
-    if (shown != shownPercent_) {
-        showPercent_(shown);
-    }
-    shownPercent_ = shown;
 }

@@ -15,36 +15,45 @@ namespace {
 // kernel's own splitting into pages.
 constexpr std::size_t kMinAlignment = 4096;
 
-char* allocate_aligned(std::size_t alignment, std::size_t bytes)
-{
-    void* memory = nullptr;
-    if (::posix_memalign(&memory, alignment, bytes) != 0) {
-        throw std::bad_alloc();
-    }
-    std::memset(memory, 0, bytes);
-    return static_cast<char*>(memory);
-}
-
-std::size_t round_up(std::size_t value, std::size_t unit)
-{
-    return (value + unit - 1) / unit * unit;
-}
-
 } // namespace
 
 IoMemory::IoMemory(const RunPlan& plan, const std::string& pattern)
-    : requestBytes_(round_up(plan.requestBytes, kMinAlignment)), sectorBytes_(plan.sectorSizeBytes),
-      sizeBytes_(requestBytes_ + RequestQueue::kMaxDepth * sectorBytes_),
-      memory_(allocate_aligned(std::max(kMinAlignment, sectorBytes_), sizeBytes_), &std::free)
+    : sectorBytes_(plan.sectorSizeBytes), pattern_(pattern),
+      memory_(allocate(kMaxRequestBytes + kSlotBytes))
 {
-    if (!pattern.empty()) {
-        pattern_fill_sectors(request(), plan.sectorSizeBytes, pattern.data(),
-                             static_cast<unsigned int>(pattern.size()),
-                             plan.requestBytes / plan.sectorSizeBytes);
+}
+
+std::size_t IoMemory::slotCount(std::size_t requestBytes) const
+{
+    const std::size_t count = kSlotBytes / requestBytes;
+    return spareSlot_ ? 1 : std::clamp<std::size_t>(count, 1, RequestQueue::kMaxDepth);
+}
+
+char* IoMemory::slot(std::size_t number, std::size_t requestBytes) const
+{
+    return spareSlot_ ? spareSlot_.get() : memory_.get() + kMaxRequestBytes + number * requestBytes;
+}
+
+void IoMemory::giveUpSlots()
+{
+    if (!spareSlot_) {
+        spareSlot_ = allocate(kMaxRequestBytes);
     }
 }
 
-char* IoMemory::sector(std::size_t slot) const
+IoMemory::Memory IoMemory::allocate(std::size_t bytes) const
 {
-    return memory_.get() + requestBytes_ + slot * sectorBytes_;
+    void* memory = nullptr;
+    const std::size_t alignment = std::max<std::size_t>(kMinAlignment, sectorBytes_);
+    if (::posix_memalign(&memory, alignment, bytes) != 0) {
+        throw std::bad_alloc();
+    }
+    Memory result(static_cast<char*>(memory), &std::free);
+    // An empty pattern stands for zeros.
+    pattern_fill_sector(memory, sectorBytes_, pattern_.data(),
+                        static_cast<unsigned int>(pattern_.size()));
+    for (std::size_t done = sectorBytes_; done < bytes; done += sectorBytes_) {
+        std::memcpy(result.get() + done, memory, sectorBytes_);
+    }
+    return result;
 }

@@ -1,39 +1,55 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
 
 struct RunPlan;
 
-/// All memory that a run reads into or writes from: one request full of the pattern, and
-/// single sectors. It is aligned for direct I/O, and its size does not depend on the drive's.
+/// All memory that a run reads into or writes from, aligned for direct I/O: one request full of
+/// the pattern, which stays as it is, and slots. Its size does not depend on the drive's.
 class IoMemory {
 public:
-    /// Fills the request with the pattern, every sector starting it anew; with an empty one
-    /// (for reading) it stays zero.
+    /// No request is longer.
+    static constexpr std::uint32_t kMaxRequestBytes = 2U << 20U;
+
+    /// Fills everything with the pattern, every sector starting it anew; with an empty one (for
+    /// reading) it stays zero.
     IoMemory(const RunPlan& plan, const std::string& pattern);
 
-    [[nodiscard]] std::span<char> whole() const { return {memory_.get(), sizeBytes_}; }
-
-    /// One request.
-    [[nodiscard]] char* request() const { return memory_.get(); }
-
-    /// A part of it for a smaller request, another for each slot until all are given. What is read
-    /// in a reading run is not looked at, so requests that are on their way together may share
-    /// one, which keeps it in the processor's cache.
-    [[nodiscard]] char* part(std::size_t slot, std::size_t bytes) const
+    /// To be registered with the kernel.
+    [[nodiscard]] std::span<char> whole() const
     {
-        return request() + slot % (requestBytes_ / bytes) * bytes;
+        return {memory_.get(), kMaxRequestBytes + kSlotBytes};
     }
 
-    /// One sector of its own for each slot below RequestQueue::kMaxDepth.
-    [[nodiscard]] char* sector(std::size_t slot) const;
+    /// The pattern, kMaxRequestBytes or a little less: whole sectors.
+    [[nodiscard]] const char* pattern() const { return memory_.get(); }
+
+    /// The same for a request to write from.
+    [[nodiscard]] char* shared() const { return memory_.get(); }
+
+    /// How many requests of this size have a slot, at least one.
+    [[nodiscard]] std::size_t slotCount(std::size_t requestBytes) const;
+
+    /// Memory of a request's own. The slots of another size overlap these.
+    [[nodiscard]] char* slot(std::size_t number, std::size_t requestBytes) const;
+
+    /// From now on there is one slot, elsewhere: the kernel may still use the others.
+    void giveUpSlots();
 
 private:
-    std::size_t requestBytes_;
-    std::size_t sectorBytes_;
-    std::size_t sizeBytes_;
-    std::unique_ptr<char, void (*)(void*)> memory_;
+    using Memory = std::unique_ptr<char, void (*)(void*)>;
+
+    // The program needs three MiB beside.
+    static constexpr std::size_t kSlotBytes = 8U << 20U;
+
+    [[nodiscard]] Memory allocate(std::size_t bytes) const;
+
+    std::uint32_t sectorBytes_;
+    std::string pattern_;
+    Memory memory_;
+    Memory spareSlot_{nullptr, nullptr};
 };

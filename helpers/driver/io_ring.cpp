@@ -65,21 +65,25 @@ bool IoRing::start(const IoRequest& request)
     return true;
 }
 
-ssize_t IoRing::finishOldest()
+std::optional<ssize_t> IoRing::finishOldest()
 {
+    __kernel_timespec limit = {};
+    limit.tv_sec = kWaitLimit.count();
     const std::optional<ssize_t>& oldest = results_.at(finished_ % results_.size());
     while (!oldest) {
         io_uring_cqe* completion = nullptr;
-        const int error = -::io_uring_wait_cqe(&ring_, &completion);
+        const int error = -::io_uring_wait_cqe_timeout(&ring_, &completion, &limit);
         if (error == 0) {
             collect(*completion);
             ::io_uring_cqe_seen(&ring_, completion);
+        } else if (error == ETIME) {
+            return std::nullopt;
         } else if (error != EINTR && error != EAGAIN) {
             throw system_failure("io_uring", "wait", error);
         }
     }
     ++finished_;
-    return *oldest;
+    return oldest;
 }
 
 void IoRing::collect(const io_uring_cqe& completion)

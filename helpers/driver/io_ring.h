@@ -5,6 +5,7 @@
 #include <liburing.h>
 
 #include <array>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <span>
@@ -25,8 +26,14 @@ public:
     /// At most RequestQueue::kMaxDepth may be on their way. False when the kernel did not take it.
     [[nodiscard]] bool start(const IoRequest& request);
 
-    /// Waits for the oldest; as RequestQueue::finishOldest().
-    [[nodiscard]] ssize_t finishOldest();
+    /// Waits for the oldest; as RequestQueue::finishOldest(). None when nothing at all was finished
+    /// for kWaitLimit: then the ring is of no use any more, and those that are on their way may
+    /// still be done as long as the ring exists, and for a while after.
+    [[nodiscard]] std::optional<ssize_t> finishOldest();
+
+    /// Longer than a drive takes for a sector that it can hardly read, and than most of the
+    /// kernel's own limits for one command (30 s).
+    static constexpr std::chrono::seconds kWaitLimit{60};
 
 private:
     IoRing() = default;

@@ -1,30 +1,36 @@
 #include "helpers/driver/marks.h"
 
 #include <algorithm>
+#include <cstring>
+#include <random>
 #include <utility>
 
-std::vector<std::uint64_t> spread_sectors(std::uint64_t sectorCount, std::uint64_t count)
-{
-    count = std::min(count, sectorCount);
-    std::random_device random;
-    std::vector<std::uint64_t> sectors;
-    std::uint64_t start = 0;
-    for (std::uint64_t part = 0; part < count; ++part) {
-        // The first parts are one sector longer when it does not come out even.
-        const std::uint64_t length = sectorCount / count + (part < sectorCount % count ? 1 : 0);
-        sectors.push_back(std::uniform_int_distribution(start, start + length - 1)(random));
-        start += length;
+namespace {
+
+// SplitMix64: as good as needed here, and without the costly start of the library's generators.
+class RandomWords {
+public:
+    explicit RandomWords(std::uint64_t seed) : state_(seed) {}
+
+    std::uint64_t next()
+    {
+        std::uint64_t word = state_ += 0x9e3779b97f4a7c15U;
+        word = (word ^ (word >> 30U)) * 0xbf58476d1ce4e5b9U;
+        word = (word ^ (word >> 27U)) * 0x94d049bb133111ebU;
+        return word ^ (word >> 31U);
     }
-    if (!sectors.empty()) {
-        sectors.back() = sectorCount - 1;
-        sectors.front() = 0;
-    }
-    return sectors;
-}
+
+private:
+    std::uint64_t state_;
+};
+
+} // namespace
 
 Marks::Marks(std::vector<std::uint64_t> ascendingSectors, std::size_t sectorSizeBytes)
     : sectors_(std::move(ascendingSectors)), sectorSizeBytes_(sectorSizeBytes)
 {
+    std::random_device random;
+    runKey_ = std::uniform_int_distribution<std::uint64_t>()(random);
 }
 
 bool Marks::contains(std::uint64_t sector) const
@@ -32,18 +38,20 @@ bool Marks::contains(std::uint64_t sector) const
     return std::ranges::binary_search(sectors_, sector);
 }
 
-std::optional<std::uint64_t> Marks::firstFrom(std::uint64_t sector) const
+std::span<const std::uint64_t> Marks::among(std::uint64_t firstSector, std::uint64_t count) const
 {
-    const auto found = std::ranges::lower_bound(sectors_, sector);
-    return found == sectors_.end() ? std::nullopt : std::optional(*found);
+    const auto first = std::ranges::lower_bound(sectors_, firstSector);
+    return {first, std::ranges::lower_bound(first, sectors_.end(), firstSector + count)};
 }
 
-std::vector<char> Marks::content(std::uint64_t sector) const
+void Marks::fill(std::uint64_t sector, char* memory) const
 {
-    std::seed_seq seed{runKey_, static_cast<unsigned>(sector),
-                       static_cast<unsigned>(sector >> 32U)};
-    std::mt19937 bytes(seed);
-    std::vector<char> content(sectorSizeBytes_);
-    std::ranges::generate(content, [&] { return static_cast<char>(bytes()); });
-    return content;
+    RandomWords ofSector(RandomWords(runKey_).next() ^ sector);
+    RandomWords words(ofSector.next());
+    for (std::size_t done = 0; done < sectorSizeBytes_;) {
+        const std::uint64_t word = words.next();
+        const std::size_t length = std::min(sizeof(word), sectorSizeBytes_ - done);
+        std::memcpy(memory + done, &word, length);
+        done += length;
+    }
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <iostream>
 
 void write_output(const std::string& text)
 {
@@ -23,4 +24,9 @@ void write_output(const std::string& text)
 void write_output_line(const std::string& line)
 {
     write_output(one_line(line) + '\n');
+}
+
+void write_note(const std::string& line)
+{
+    std::cerr << "driver: " + one_line(line) + '\n';
 }

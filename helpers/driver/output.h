@@ -11,3 +11,6 @@ void write_output(const std::string& text);
 
 /// Writes the text as one line that cannot pass for another message; see one_line().
 void write_output_line(const std::string& line);
+
+/// Writes a line for the log to standard error: something that is no failure.
+void write_note(const std::string& line);

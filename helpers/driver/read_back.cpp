@@ -2,57 +2,78 @@
 
 #include "helpers/driver/io_memory.h"
 #include "helpers/driver/marks.h"
-#include "helpers/driver/run_plan.h"
 
 #include <algorithm>
-#include <system_error>
+#include <cstring>
+#include <vector>
 
-ReadBack::ReadBack(const RunPlan& plan, const IoMemory& memory, RequestQueue& queue)
-    : plan_(plan), memory_(memory), queue_(queue)
+ReadBack::ReadBack(const SweepTools& tools, const Marks& marks) : tools_(tools), marks_(marks)
 {
 }
 
-std::string ReadBack::findLostWrites(const std::vector<std::uint64_t>& sectors, const Marks& marks)
+std::string ReadBack::findLostWrites(const ByteRanges& ranges)
 {
-    const std::size_t length = plan_.sectorSizeBytes;
-    std::uint64_t lost = 0;
-    std::string first;
-    auto sector = sectors.begin();
-    const NextRequest next = [&](std::size_t slot) -> std::optional<IoRequest> {
-        if (sector == sectors.end()) {
-            return std::nullopt;
-        }
-        return IoRequest{TargetDevice::Access::Read, *sector++ * length, length,
-                         memory_.sector(slot)};
-    };
-    run_requests(
-        queue_, RequestQueue::kMaxDepth, next, [&](const IoRequest& request, ssize_t result) {
-            const std::uint64_t number = request.offsetBytes / length;
-            const bool isRead = result == static_cast<ssize_t>(length);
-            if (isRead && holdsWhatWasWritten(number, request.memory, marks)) {
-                return;
-            }
-            if (lost++ == 0) {
-                first = std::to_string(number);
-                if (result < 0) {
-                    first += ": " + std::generic_category().message(static_cast<int>(-result));
-                }
-            }
-        });
-    if (lost == 0) {
-        return {};
+    Sweep(tools_, TargetDevice::Access::Read, ranges, *this).run();
+    return describe(ranges);
+}
+
+char* ReadBack::memoryFor(const IoRequest& /*request*/, char* slot)
+{
+    return slot;
+}
+
+void ReadBack::moved(const IoRequest& part)
+{
+    checkMarks(part);
+    const char* const pattern = tools_.memory.pattern();
+    if (std::memcmp(part.memory, pattern, part.lengthBytes) == 0) {
+        return;
     }
-    return plan_.path + ": read back: " + std::to_string(lost) + " of the " +
-           std::to_string(sectors.size()) +
-           " sectors looked at do not hold what was written (the drive loses writes or is smaller "
-           "than it says), first at sector " +
-           first;
+    const std::size_t sectorBytes = tools_.plan.sectorSizeBytes;
+    for (std::size_t done = 0; done < part.lengthBytes; done += sectorBytes) {
+        const std::size_t length = std::min(sectorBytes, part.lengthBytes - done);
+        if (std::memcmp(part.memory + done, pattern, length) != 0) {
+            lost_.add((part.offsetBytes + done) / sectorBytes);
+        }
+    }
 }
 
-bool ReadBack::holdsWhatWasWritten(std::uint64_t sector, const char* content,
-                                   const Marks& marks) const
+void ReadBack::failed(const IoRequest& sector, int error)
 {
-    const char* const end = content + plan_.sectorSizeBytes;
-    return marks.contains(sector) ? std::equal(content, end, marks.content(sector).begin())
-                                  : std::equal(content, end, memory_.request());
+    unreadable_.add(sector.offsetBytes / tools_.plan.sectorSizeBytes, error);
+}
+
+// Leaves the pattern in their places.
+void ReadBack::checkMarks(const IoRequest& part)
+{
+    const std::size_t sectorBytes = tools_.plan.sectorSizeBytes;
+    const std::uint64_t first = part.offsetBytes / sectorBytes;
+    std::vector<char> expected(sectorBytes);
+    for (const std::uint64_t sector : marks_.among(first, part.lengthBytes / sectorBytes)) {
+        char* const found = part.memory + (sector - first) * sectorBytes;
+        marks_.fill(sector, expected.data());
+        if (std::memcmp(found, expected.data(), sectorBytes) != 0) {
+            lost_.add(sector);
+        }
+        std::memcpy(found, tools_.memory.pattern(), sectorBytes);
+    }
+}
+
+std::string ReadBack::describe(const ByteRanges& ranges) const
+{
+    const std::uint64_t sectorBytes = tools_.plan.sectorSizeBytes;
+    const std::uint64_t all = (total_bytes(ranges) + sectorBytes - 1) / sectorBytes;
+    const std::string ofAll = " of the " + std::to_string(all) + " sectors looked at ";
+    std::string text;
+    if (!lost_.isEmpty()) {
+        text =
+            std::to_string(lost_.count()) + ofAll +
+            "do not hold what was written (the drive loses writes or is smaller than it says), " +
+            lost_.describeFirst();
+    }
+    if (!unreadable_.isEmpty()) {
+        text += (text.empty() ? "" : "; ") + std::to_string(unreadable_.count()) + ofAll +
+                "could not be read, " + unreadable_.describeFirst();
+    }
+    return text.empty() ? text : tools_.plan.name + ": read back: " + text;
 }

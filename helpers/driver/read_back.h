@@ -1,32 +1,32 @@
 #pragma once
 
-#include "helpers/driver/request_queue.h"
+#include "helpers/driver/bad_sectors.h"
+#include "helpers/driver/sweep.h"
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
-class IoMemory;
 class Marks;
-struct RunPlan;
 
 /// Looks at what a drive holds after a writing pass and a flush: a drive that drops writes,
 /// or has less room than it says, reports success for every one of them.
-class ReadBack {
+class ReadBack : private Sweep::Client {
 public:
-    /// All must outlive this.
-    ReadBack(const RunPlan& plan, const IoMemory& memory, RequestQueue& queue);
+    /// What was written is the pattern, in these sectors their marks. All must outlive this.
+    ReadBack(const SweepTools& tools, const Marks& marks);
 
-    /// Reads the sectors and compares them with the marks, where there is one, else with the
-    /// pattern. Gives what is wrong, for the user, or an empty text.
-    [[nodiscard]] std::string findLostWrites(const std::vector<std::uint64_t>& sectors,
-                                             const Marks& marks);
+    /// Reads the ranges and compares. Gives what is wrong, for the user, or an empty text.
+    [[nodiscard]] std::string findLostWrites(const ByteRanges& ranges);
 
 private:
-    [[nodiscard]] bool holdsWhatWasWritten(std::uint64_t sector, const char* content,
-                                           const Marks& marks) const;
+    [[nodiscard]] char* memoryFor(const IoRequest& request, char* slot) override;
+    void moved(const IoRequest& part) override;
+    void failed(const IoRequest& sector, int error) override;
 
-    const RunPlan& plan_;
-    const IoMemory& memory_;
-    RequestQueue& queue_;
+    void checkMarks(const IoRequest& part);
+    [[nodiscard]] std::string describe(const ByteRanges& ranges) const;
+
+    const SweepTools& tools_;
+    const Marks& marks_;
+    BadSectors lost_;
+    BadSectors unreadable_;
 };

@@ -19,7 +19,7 @@ void run_requests(RequestQueue& queue, std::size_t depth, const NextRequest& nex
         if (!request) {
             break;
         }
-        queue.start(*request);
+        queue.start(*request, depth == 1);
         onTheirWay.push_back(*request);
     }
     while (!onTheirWay.empty()) {

@@ -31,8 +31,17 @@ public:
     /// Requests that may be on their way at once.
     static constexpr std::size_t kMaxDepth = 32;
 
-    /// Puts one request on its way; its memory must stay until it is finished.
-    virtual void start(const IoRequest& request) = 0;
+    /// Whether requests can be on their way at once at all.
+    [[nodiscard]] virtual bool isAsynchronous() const = 0;
+
+    /// Whether requests were given up for which the kernel may still read or write the memory
+    /// that they had; each was or will be done again in the same memory. The queue is not
+    /// asynchronous any more then.
+    [[nodiscard]] virtual bool hasGivenUp() const = 0;
+
+    /// Puts one request on its way; its memory must stay until it is finished. One that is
+    /// `alone` may be done at once.
+    virtual void start(const IoRequest& request, bool alone) = 0;
 
     /// Waits for the one that was started first, and gives its result.
     [[nodiscard]] virtual ssize_t finishOldest() = 0;

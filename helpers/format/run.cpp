@@ -1,5 +1,6 @@
 #include "helpers/format/run.h"
 
+#include "helpers/common/drive_identity.h"
 #include "helpers/common/failure.h"
 #include "helpers/common/target_device.h"
 #include "helpers/format/file_io.h"
@@ -10,14 +11,10 @@
 #include <sys/ioctl.h>
 
 #include <cerrno>
-#include <chrono>
 #include <iostream>
 #include <optional>
 
 namespace {
-
-// A `driver` that was killed holds the device until its last request is through.
-constexpr std::chrono::seconds kBusyWait{20};
 
 std::vector<std::uint64_t> file_sizes(const FormatContent& content)
 {
@@ -36,9 +33,10 @@ void say(const std::string& text)
     }
 }
 
-std::string describe(const FormatArguments& arguments, const FormatLayout& layout)
+std::string describe(const std::string& device, const FormatArguments& arguments,
+                     const FormatLayout& layout)
 {
-    return arguments.device + ": " + (arguments.emulate ? "would write" : "writing") +
+    return device + ": " + (arguments.emulate ? "would write" : "writing") +
            " a partition table with one FAT32 partition of " +
            std::to_string(layout.partitionSectors) + " sectors of " +
            std::to_string(layout.sectorSizeBytes) + " bytes at sector " +
@@ -52,7 +50,8 @@ std::string describe(const FormatArguments& arguments, const FormatLayout& layou
 class LendableDevice {
 public:
     LendableDevice(const FormatArguments& arguments, TargetDevice::Access access)
-        : device_(std::in_place, arguments.device, access, kBusyWait), name_(arguments.device)
+        : expected_(ExpectedDrive::fromEnvironment()),
+          device_(std::in_place, arguments.device, access, expected_), name_(device_->name())
     {
     }
 
@@ -64,13 +63,14 @@ public:
     void takeBack(const Descriptor& descriptor)
     {
         try {
-            device_.emplace(descriptor.procName(), TargetDevice::Access::Write, kBusyWait);
+            device_.emplace(descriptor.procName(), TargetDevice::Access::Write, expected_);
         } catch (const Failure&) {
             throw Failure(name_ + ": open again: the device is in use or has gone");
         }
     }
 
 private:
+    ExpectedDrive expected_;
     std::optional<TargetDevice> device_;
     std::string name_;
 };
@@ -120,13 +120,13 @@ void run_format(const FormatArguments& arguments)
     LendableDevice device(arguments, arguments.emulate ? TargetDevice::Access::Read
                                                        : TargetDevice::Access::Write);
     const FormatLayout layout =
-        plan_layout(arguments.device, device->sizeBytes(), device->sectorSizeBytes());
-    check_room(arguments.device, layout, file_sizes(content));
-    say(one_line(describe(arguments, layout)));
+        plan_layout(device.name(), device->sizeBytes(), device->sectorSizeBytes());
+    check_room(device.name(), layout, file_sizes(content));
+    say(one_line(describe(device.name(), arguments, layout)));
     if (arguments.emulate) {
         return;
     }
-    format(device, {.name = arguments.device, .sizeBytes = device->sizeBytes(), .layout = layout},
+    format(device, {.name = device.name(), .sizeBytes = device->sizeBytes(), .layout = layout},
            content, tools);
-    say(one_line(arguments.device + ": formatted"));
+    say(one_line(device.name() + ": formatted"));
 }

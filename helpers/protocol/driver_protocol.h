@@ -15,6 +15,13 @@ inline constexpr const char* kSectorsPerTime = "sectorsPerTime";
 inline constexpr const char* kRead = "read";
 inline constexpr const char* kWrite = "write";
 
+/// The environment variable that says how much a writing run reads back, and its values; tenth
+/// when it is not set.
+inline constexpr const char* kVerifyVariable = "VANTRELLE_VERIFY";
+inline constexpr const char* kSpot = "spot";
+inline constexpr const char* kTenth = "tenth";
+inline constexpr const char* kFull = "full";
+
 /// What its lines on standard output begin with: before a percentage, and before the reason of
 /// a failure.
 inline constexpr const char* kProgress = "progress: ";

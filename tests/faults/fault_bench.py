@@ -25,7 +25,7 @@ from tests.faults import faulty_drive
 from tests.faults.faults import TABLE, read_faults
 from tests.faults.watched_run import WatchedRun, clear, prepare, report, show_as_file
 
-MAX_MARKS = 64  # sectors with neither the old nor the new that an unfinished run may leave
+MAX_MARKS = 1000  # sectors with neither the old nor the new that an unfinished run may leave
 IN_FLIGHT_SECTORS = 8 * (2 << 20) // 512
 RUN_SECONDS = 3600
 
@@ -86,6 +86,10 @@ class Drive:
             reason = os.strerror(getattr(errno, self.settings.get("errno", "EIO")))
             text = (f"{len(bad)} sectors could not be {verb}, "
                     f"first at sector {bad[0]} of {self.path}: {reason}")
+        elif self.kind == "unproven":
+            unread = [s for s in self.sectors if self.rules["unreadable"](s)]
+            text = (f"{self.path}: read back: {len(unread)} of the {len(self.sectors)} sectors "
+                    f"looked at could not be read, first at sector {unread[0]}: ")
         if code != int(text != "") or text not in message:
             return f"exit {code}, not {int(text != '')} and '{text}'"
         wrong = [s for s in range(len(wanted)) if states[s:s + 1] != wanted[s]]

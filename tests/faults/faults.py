@@ -8,7 +8,7 @@ import tomllib
 from tests.faults.faulty_drive import USUAL
 
 TABLE = pathlib.Path(__file__).with_name("faults.toml")
-KINDS = ("write", "some", "flush", "gone", "read", "lie")
+KINDS = ("write", "some", "flush", "gone", "read", "lie", "unproven")
 OWN_RULES = (*USUAL, "errno", "setup")
 FILTER_RULES = re.compile("error(-.*)?|[a-z]*delay(-.*)?")  # of nbdkit's filters
 

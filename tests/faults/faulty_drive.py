@@ -2,6 +2,7 @@
 the rules that say which. nbdkit's filter blocksize makes every request one of whole
 sectors."""
 
+import collections
 import errno
 import os
 import signal
@@ -10,17 +11,20 @@ import zlib
 
 SECTOR = 512
 USUAL = {"place": "s", "kept": "n", "bad": "0", "stall": "0", "dies": "0", "unreadable": "0",
-         "blank": "0", "flush": "0"}
+         "blank": "0", "flush": "0", "cache": "0"}
 API_VERSION = 2
+LAST_TRY = 1 << 20
 settings = {"errno": "EIO"}
+tries = collections.Counter()  # of reading or writing (the rule's name) a sector
+cached = {}  # what was written and has not come to its place yet, by the sector, the oldest first
 
 
 def read_rules(sectors, given):
-    """The rules as functions of a sector."""
+    """The rules as functions of a sector and of the number of tries before."""
     names = {"n": sectors, "seconds": int(given["seconds"]), "server": os.getpid(),
              "parent": os.getppid(),
              "chance": lambda x: zlib.crc32(f"{given['seed']} {x}".encode()) / (1 << 32)}
-    return {name: eval(f"lambda s: {given.get(name, USUAL[name])}", names) for name in USUAL}
+    return {name: eval(f"lambda s, t={LAST_TRY}: {given.get(name, USUAL[name])}", names) for name in USUAL}
 
 
 def config(key, value):
@@ -36,8 +40,9 @@ def get_size(_):
     return os.fstat(settings["fd"]).st_size
 
 
-def fail_if(has_failed):
-    if has_failed:
+def fail_by(rule, name, sector):
+    tries[name, sector] += 1
+    if rule(sector, tries[name, sector] - 1):
         import nbdkit  # exists only inside nbdkit
         nbdkit.set_error(getattr(errno, settings["errno"]))
         raise RuntimeError(settings["errno"])
@@ -46,9 +51,10 @@ def fail_if(has_failed):
 def pread(rules, buffer, offset, _):
     for done in range(0, len(buffer), SECTOR):
         sector = (offset + done) // SECTOR
-        fail_if(rules["unreadable"](sector))
+        fail_by(rules["unreadable"], "unreadable", sector)
         place = rules["place"](sector)
-        data = os.pread(settings["fd"], SECTOR, (sector if place is None else place) * SECTOR)
+        data = cached.get(sector) or os.pread(settings["fd"], SECTOR,
+                                              (sector if place is None else place) * SECTOR)
         buffer[done:done + SECTOR] = bytes(SECTOR) if rules["blank"](sector) else data
 
 
@@ -59,11 +65,18 @@ def pwrite(rules, buffer, offset, _):
             time.sleep(seconds)
         if victim := rules["dies"](sector):
             os.kill(victim, signal.SIGKILL)
-        fail_if(rules["bad"](sector))
-        place = rules["place"](sector)
-        if place is not None:
-            os.pwrite(settings["fd"], buffer[done:done + SECTOR], place * SECTOR)
+        fail_by(rules["bad"], "bad", sector)
+        cached.pop(sector, None)
+        cached[sector] = bytes(buffer[done:done + SECTOR])
+        if len(cached) > rules["cache"](0):
+            oldest = next(iter(cached))
+            put(rules["place"](oldest), cached.pop(oldest))
+
+
+def put(place, data):
+    if place is not None:
+        os.pwrite(settings["fd"], data, place * SECTOR)
 
 
 def flush(rules, _):
-    fail_if(rules["flush"](0))
+    fail_by(rules["flush"], "flush", 0)

@@ -9,6 +9,8 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
+#include <algorithm>
+
 namespace {
 
 QByteArray pattern_content(int size, const QByteArray& pattern, int sectorSize = 512)
@@ -51,16 +53,19 @@ class DriverTest : public QObject {
         const QByteArray old = pattern_content(size, "\xfe\xdc\xba\x98\x76", 2000);
         return file.open(QIODevice::WriteOnly) && file.write(old) == size ? old : "not made";
     }
-    // The arguments stand between bars, %1 is the folder; the shell may prepare something before.
-    // Gives the exit code, or -1 after a crash.
+    // The arguments stand between bars, %1 is the folder, before them may stand environment
+    // variables; the shell may prepare something before. Gives the exit code, or -1 after a crash.
     int runDriver(const QString& arguments, const QString& preparation = {})
     {
         QProcess process;
         if (QTest::currentDataTag() == QByteArray("without io_uring")) {
             process.setChildProcessModifier(refuse_rings);
         }
-        const QStringList shell{"-c", preparation + R"( exec "$0" "$@")", BINARIES "/lib/driver"};
-        process.start("sh", shell + QString(arguments).replace("%1", dir_.path()).split('|'));
+        QStringList words = QString(arguments).replace("%1", dir_.path()).split('|');
+        const auto driver = std::ranges::find_if(
+            words, [](const QString& word) { return !word.startsWith("VANTRELLE_"); });
+        words.insert(driver - words.begin(), BINARIES "/lib/driver");
+        process.start("sh", QStringList{"-c", preparation + R"( exec env "$@")", "sh"} + words);
         process.waitForFinished(-1);
         lines_ = process.readAllStandardOutput().trimmed().split('\n');
         return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
@@ -111,6 +116,10 @@ private slots:
         QTest::newRow("1 %1/no: open: No such file or directory") << "device=%1/no" + rest;
         QTest::newRow("1 /dev/null: open: neither a block device nor a regular file")
             << "device=/dev/null" + rest;
+        QTest::newRow("2 VANTRELLE_SIZE: '5 k' is not a number")
+            << "VANTRELLE_SIZE=5 k|device=%1/image" + rest;
+        QTest::newRow("1 %1/image: another drive is there now: 5000 bytes")
+            << "VANTRELLE_SIZE=5001|device=%1/image" + rest;
         QTest::newRow("1 %1/locked: open: the device is in use") << "device=%1/locked" + rest;
     }
     // The row's name is the exit code and the message.
@@ -124,6 +133,42 @@ private slots:
         QCOMPARE(runDriver(arguments), expected.left(1).toInt());
         QCOMPARE(lines_, {"error: " + expected.mid(2).toLatin1()});
         QVERIFY(content() == old && !QFile::exists(dir_.filePath("no")));
+    }
+
+    // Where a user may not have a /dev of its own, this is skipped.
+    void fileInThePlaceOfADrive()
+    {
+        const QString given = "device=/dev/drive|mode=write|pattern=A|sectorsPerTime=1";
+        const QString own = "mount -t tmpfs none /dev && truncate -s 5000 /dev/drive || exit 77; ";
+        QProcess process;
+        const QStringList command{"-rm", "sh", "-c", own + R"("$0" "$@"; cat /dev/drive)"};
+        process.start("unshare", command + QStringList{BINARIES "/lib/driver"} + given.split('|'));
+        process.waitForFinished(-1);
+        if (process.exitCode() == 77 || !process.readAllStandardError().isEmpty()) {
+            QSKIP("no mount namespace (unshare -rm)");
+        }
+        const QByteArray refusal =
+            "error: /dev/drive: open: a regular file in the place of a device is no drive\n";
+        QVERIFY(process.readAllStandardOutput() == refusal + QByteArray(5000, '\0'));
+    }
+
+    void mountedIsRefusedAtOnce()
+    {
+        QVERIFY(makeImage(4 << 20).size() == 4 << 20);
+        const QString mount = "PATH=$PATH:/sbin; mkfs.ext2 -q %1/image && mkdir %1/m && "
+                              "mount -o loop %1/image %1/m 2>&- || exit 77; "
+                              "trap 'umount %1/m' 0; d=$(findmnt -no SOURCE %1/m); ";
+        const QString run = R"("$0" device=$d mode=write pattern=A sectorsPerTime=1)";
+        QProcess process;
+        process.start(
+            "sh", {"-c", QString(mount).replace("%1", dir_.path()) + run, BINARIES "/lib/driver"});
+        process.waitForFinished(20000); // any other user is waited for for a minute
+        if (process.exitCode() == 77) {
+            QSKIP("nothing can be mounted (needs root)");
+        }
+        const QByteArray reason =
+            "open: the device is in use: mounted at " + dir_.path().toLatin1();
+        QVERIFY(process.readAllStandardOutput().contains(reason));
     }
 
     // The write across the largest place that the file may be written at is a short one.

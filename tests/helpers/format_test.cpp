@@ -140,6 +140,8 @@ private slots:
         QTest::newRow("a device too small") << "%1 small source.png" << 1 << "too small";
         QTest::newRow("a picture that is not there") << "%1 image x.png" << 1 << "No such file";
         QTest::newRow("a picture cut short") << "%1 image cut.png" << 1 << "not a PNG";
+        QTest::newRow("another drive")
+            << "env VANTRELLE_SIZE=4096 %1 image source.png" << 1 << "another drive is there now";
         QTest::newRow("three arguments") << "%1 image source.png x" << 2 << "usage";
         QTest::newRow("no tools") << "env PATH=/none %1 image source.png" << 1 << "not found";
         QTest::newRow("no boot images") << "./alone image source.png" << 1 << "boot/";
