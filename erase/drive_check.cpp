@@ -2,8 +2,8 @@
 
 #include "app/display/display_helpers.h"
 #include "helpers/protocol/expected_drive.h"
-#include "storage/drive_identity.h"
 #include "storage/drives.h"
+#include "storage/other_drive.h"
 
 #include <QObject>
 

@@ -316,6 +316,12 @@ private slots:
             QTRY_COMPARE(appliance.information(), kComplete);
             QCOMPARE(appliance.bar(0)->format(), other.isEmpty() ? "DONE" : "ERROR");
             QCOMPARE(appliance.calls().size(), other.isEmpty() ? 2 : int(isFormat));
+            QFile number(appliance.library.filePath("number")); // what the driver has to find
+            if (other.isEmpty() && !isFormat) {
+                const auto given = now.properties.value("DeviceDiskSequence", 7).toByteArray();
+                QVERIFY(number.open(QIODevice::ReadOnly));
+                QCOMPARE(number.readAll().trimmed(), given);
+            }
             const QString box = QString("MainWindow failure: 500GB / Model sda\n\n") +
                                 (isFormat ? "Formatting" : "Erasing") +
                                 " failed: another drive is at /dev/sda now: " + other;

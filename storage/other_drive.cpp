@@ -1,4 +1,4 @@
-#include "storage/drive_identity.h"
+#include "storage/other_drive.h"
 
 namespace {
 
