@@ -10,6 +10,7 @@
 #include <sys/syscall.h>
 
 #include <algorithm>
+#include <fcntl.h>
 
 namespace {
 
@@ -181,6 +182,48 @@ private slots:
             lines_.last().startsWith("error: 6 sectors could not be written, first at sector 4"));
         QVERIFY(content() == QByteArray(2048, 'A') + old.mid(2048));
         QVERIFY(!lines_.contains("progress: 100"));
+    }
+
+    // On a drive that takes longer to write than it may live on. Nothing breaks its output.
+    void endsWithItsParent()
+    {
+        QVERIFY(makeImage(1).size() == 1 && QFile::resize(image_, 8LL << 30));
+        QProcess parent;
+        parent.start("sh", {"-c", R"("$0" "$@" >/dev/null & echo $!; wait)", BINARIES "/lib/driver",
+                            "device=" + image_, "mode=write", "pattern=A", "sectorsPerTime=256"});
+        QVERIFY(parent.waitForReadyRead());
+        const QString stat = "/proc/" + parent.readLine().trimmed() + "/stat";
+        const auto isRunning = [&] {
+            QFile file(stat);
+            return file.open(QFile::ReadOnly) && !file.readAll().contains(") Z ");
+        };
+        QTest::qWait(300);
+        QVERIFY(isRunning());
+        parent.kill();
+        QVERIFY(parent.waitForFinished());
+        QTRY_VERIFY_WITH_TIMEOUT(!isRunning(), 1000);
+        QVERIFY(QFile::remove(image_));
+    }
+
+    void keepsOthersOut()
+    {
+        QVERIFY(makeImage(1).size() == 1 && QFile::resize(image_, 8LL << 30));
+        QProcess driver;
+        driver.start("sh", {"-c", R"(PATH=$PATH:/sbin; d=$(losetup -f --show $1) || exit 77
+            echo $d; "$0" device=$d mode=read pattern= sectorsPerTime=256)",
+                            BINARIES "/lib/driver", image_});
+        if (!driver.waitForReadyRead()) {
+            QSKIP("no loop device (needs root)");
+        }
+        const QByteArray device = driver.readLine().trimmed();
+        QVERIFY(driver.waitForReadyRead()); // its first progress
+        const int second = ::open(device.constData(), O_RDONLY | O_EXCL | O_CLOEXEC);
+        const int error = errno;
+        driver.terminate();
+        driver.waitForFinished(1000);
+        QCOMPARE(QProcess::execute("sh", {"-c", "PATH=$PATH:/sbin; losetup -d " + device}), 0);
+        QVERIFY(QFile::remove(image_));
+        QVERIFY(second < 0 && error == EBUSY);
     }
 
     void brokenOutputEndsTheRun()

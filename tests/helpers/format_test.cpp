@@ -180,6 +180,21 @@ private slots:
         QVERIFY2(done.output.contains(QTest::currentDataTag()), done.output);
         QVERIFY(!done.output.contains("formatted"));
     }
+
+    // By the first byte of the boot code, of the partition's type, and behind the first sector.
+    void readsTheFirstTrackBack()
+    {
+        for (const auto& [place, what] : std::initializer_list<std::pair<QString, QByteArray>>{
+                 {"0", "boot code"}, {"450", "partition table"}, {"512", "boot code"}}) {
+            QVERIFY(makeImage(kSmallest));
+            const Run done = run("env", {"LD_PRELOAD=" BINARIES "/libforgetful_drive.so",
+                                         "ASAN_OPTIONS=verify_asan_link_order=0",
+                                         "FORGETS=" + place, program_, image_, picture_});
+            QCOMPARE(done.code, 1);
+            QVERIFY2(done.output.contains("check: the " + what + " reads back differently"),
+                     done.output);
+        }
+    }
 };
 
 QTEST_GUILESS_MAIN(FormatTest)
