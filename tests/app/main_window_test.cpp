@@ -1,4 +1,5 @@
 #include "tests/support/appliance.h"
+#include "tools/selected_drive.h"
 
 #include <QApplication>
 #include <QFileDialog>
@@ -6,6 +7,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
+#include <QWizard>
 
 namespace {
 
@@ -37,6 +39,7 @@ private slots:
             QCOMPARE(texts, "VantrellePlus|&Restart Computer|&Shutdown Computer|"
                             "Restart &Initialization|S&top");
         }
+        QVERIFY(!QImage(":/background.png").isNull()); // for style sheets
     }
 
     void opensTheMenuByKey()
@@ -70,6 +73,32 @@ Save Screenshot|Alt+Shift+S
         QTRY_COMPARE(QApplication::activeWindow(), debugWindow);
         press_keys(debugWindow, Qt::Key_M);
         QVERIFY(menu->isVisible());
+    }
+
+    void opensItsToolsAgainAndAgain()
+    {
+        Appliance appliance({});
+        appliance.open();
+        for (const char* tool : {"Wizard", "Mounter", "Wizard", "Mounter"}) {
+            appliance.find<QAction>(QByteArray("action") + tool)->trigger();
+        }
+        appliance.find<QDialog>("Mounter")->close(); // which hides it
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCOMPARE(appliance.window->findChildren<QDialog*>().size(), 4);
+    }
+
+    void emulatesNoManualTool()
+    {
+        Appliance appliance({});
+        appliance.open();
+        appliance.find<QAction>("actionEmulateErasing")->setChecked(true);
+        appliance.find<QAction>("actionWizard")->trigger();
+        sDrive.setDevice("/dev/none");
+        appliance.answer = [](const QString& box) {
+            return box.contains("overwritten") ? QMessageBox::Yes : QMessageBox::Ok;
+        };
+        appliance.window->findChild<QWizard*>()->page(3)->findChild<QPushButton*>()->click();
+        QCOMPARE(appliance.calls(), QStringList{"format /dev/none IMAGE"});
     }
 
     void savesAScreenshot()
