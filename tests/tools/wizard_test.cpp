@@ -26,6 +26,7 @@ private slots:
         Wizard wizard(nullptr);
         wizard.show();
         QVERIFY(QTest::qWaitForWindowActive(&wizard));
+        QVERIFY(!wizard.button(QWizard::CancelButton)->isVisible());
         wizard.next();
 
         service_->setDevices(

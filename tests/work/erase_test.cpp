@@ -82,13 +82,14 @@ private slots:
     {
         for (const bool emulate : {false, true}) {
             Appliance appliance({fake_drive("sda")});
-            appliance.setHelper("driver", "printf 'progress: 10\\n\\nother\\nprogress: 20\\n'");
+            appliance.setHelper("driver", "printf 'progress: 10\\n\\nprogress:7\\nProgress: 8\\n';"
+                                          "printf 'progress: x\\nprogress: 20\\n'");
             appliance.openAndErase(emulate);
             QList<int> values;
             connect(appliance.bar(0), &QProgressBar::valueChanged, this,
                     [&values](int value) { values << value; });
             QTRY_COMPARE(appliance.information(), kComplete);
-            QCOMPARE(values, QList({10, 20, 0, 100}));
+            QCOMPARE(values, QList({10, 0, 20, 0, 100}));
             QCOMPARE(appliance.calls().join('\n'),
                      QString("driver device=/dev/sda mode=%1 pattern=VANTRELLE sectorsPerTime=256\n"
                              "format /dev/sda%2 IMAGE")
@@ -368,6 +369,7 @@ private slots:
         QCOMPARE(appliance.status(0) + appliance.status(1), "ERROR 0DONE 100");
     }
 
+        QCOMPARE(QDir(appliance.library.path()).entryList({"*.png"}).size(), 2); // it stays
     void noticesAPictureThatIsCutShort()
     {
         const Appliance appliance({}); // for its library
