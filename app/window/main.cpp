@@ -11,7 +11,8 @@
 
 namespace {
 
-// The toolkit version that the program tells the application object it was written for.
+// The toolkit version that the program tells the application object it was written for. It stays
+// that of the released screens: a newer number would only promise that newer habits were seen to.
 constexpr int kToolkitVersion = 0x040806;
 
 void settle_library_directory()
@@ -50,6 +51,7 @@ int main(int argc, char** argv)
     const std::future<void> fonts = read_fonts();
     const StartupOptions options = read_command_line(argc, argv);
     dbg_init(options.debugType.c_str(), 1);
+    // See "A banner without a tag" in docs/odd-on-purpose.md.
     dbg_ostream() << "*** " << theProgramConfig().name() << " ***" << Qt::endl;
     settle_library_directory();
     WindowMinder windowMinder;
