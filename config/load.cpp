@@ -154,7 +154,8 @@ bool Reader::readDocument(Value& out)
     if (!readOutermost(out)) {
         return false;
     }
-    // `out` is stored before the rest is looked at, on purpose: a bad rest does not undo it.
+    // `out` is stored by now, and a bad rest does not undo it.
+    // See "The result is stored before the rest is read" in docs/odd-on-purpose.md.
     skipBlanks();
     return *position_ == '\0' || startsWith("//") || fail(__LINE__);
 }

@@ -14,13 +14,15 @@ inline constexpr int kMaxDepth = 1000;
 ///
 /// - The text is one object, one list, or the members of an object without the braces.
 /// - Numbers are an optional "-" and decimal digits. Leading zeros are allowed. There is
-///   no range: a number wraps around at 64 bits, on purpose.
+///   no range: a number wraps around at 64 bits.
+///   See "Numbers have no range" in docs/odd-on-purpose.md.
 /// - Strings are bytes; only the double quote, the backslash and zero cannot stand for
 ///   themselves. Escapes are \" \\ \/ \b \f \n \r \t, \x and two hex digits for any byte,
 ///   \u and four hex digits for a code point, which becomes UTF-8 by itself (surrogates are
 ///   not joined).
-/// - A comma may follow the last member of an object, but not the last element of a list,
-///   on purpose. The later of two members with the same key counts.
+/// - A comma may follow the last member of an object, but not the last element of a list. The
+///   later of two members with the same key counts.
+///   See "Commas at the end" in docs/odd-on-purpose.md.
 /// - Between tokens, blanks (space, tab, line feed, carriage return) and comments, from
 ///   "//" to the line's end and from "/*" to "*/", are skipped.
 ///

@@ -6,7 +6,8 @@ namespace config {
 
 namespace {
 
-// Bytes that have an escape of their own, and its letter. "/" is not escaped, on purpose.
+// Bytes that have an escape of their own, and its letter. "/" has none.
+// See "How text is written" in docs/odd-on-purpose.md.
 constexpr std::string_view kEscapedBytes = "\b\t\n\f\r\"\\";
 constexpr std::string_view kEscapeLetters = "btnfr\"\\";
 
@@ -123,7 +124,8 @@ void Writer::open(char bracket)
     lineFeed();
 }
 
-/// An empty object or list, too, has its closing bracket on a line of its own, on purpose.
+/// An empty object or list, too, has its closing bracket on a line of its own.
+/// See "How text is written" in docs/odd-on-purpose.md.
 void Writer::close(char bracket, bool empty, int depth)
 {
     if (!empty) {

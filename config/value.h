@@ -64,7 +64,8 @@ public:
     [[nodiscard]] const Elements& list(const char* key) const;
 
     /// Stores the member in `out`, or returns false and leaves `out` alone when the key is
-    /// missing. A narrow integer receives the low bits of the number, unchecked on purpose.
+    /// missing. A narrow integer receives the low bits of the number, unchecked.
+    /// See "Numbers have no range" in docs/odd-on-purpose.md.
     bool get(const char* key, bool& out) const;
     bool get(const char* key, std::string& out) const;
     bool get(const char* key, int& out) const { return getNumber(key, out); }
@@ -92,7 +93,7 @@ public:
     Value& operator=(long long number) { return setNumber(number); }
     Value& operator=(unsigned int number) { return setNumber(number); }
     Value& operator=(unsigned long number) { return setNumber(static_cast<long long>(number)); }
-    /// Keeps the 64 bits, so that 2^63 and above read back as negative, on purpose.
+    /// Keeps all 64 bits: 2^63 and above read back as negative, and get() gives the same bits.
     Value& operator=(unsigned long long number)
     {
         return setNumber(static_cast<long long>(number));
@@ -136,7 +137,8 @@ private:
 
     Type type_;
     bool boolean_ = false;
-    std::int64_t number_ = -1; // Not 0, on purpose; nothing reads it before it is assigned.
+    // Of a number that was never set. See "Numbers have no range" in docs/odd-on-purpose.md.
+    std::int64_t number_ = -1;
     std::string string_;
     Members object_;
     Elements list_;

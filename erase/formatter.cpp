@@ -26,7 +26,8 @@ void Formatter::start(bool emulate, const QString& imagePath)
     dbg_ostream(DBG_MODULE, __LINE__)
         << ": id: " << id() << ": start: emulate: " << emulate << Qt::endl;
     QString device = QString::fromLatin1(drive_.device());
-    // Joined to the path without a separator: the helper expects it so, on purpose.
+    // Not an argument of its own: a helper that overlooked it would write.
+    // See "The -emulate suffix" in docs/odd-on-purpose.md.
     if (emulate) {
         device += QLatin1String(format_protocol::kEmulateSuffix);
     }

@@ -82,7 +82,7 @@ QString create_postwipe_image_file(const Drive& drive, bool partial, QString* er
     }
     if (!save_image_file(render(message_html(drive, partial)), path, QStringLiteral("PNG"))) {
         report(error, QObject::tr("Cannot save image file"));
-        return {}; // the file is left behind, on purpose
+        return {}; // See "Pictures that stay" in docs/odd-on-purpose.md.
     }
     return path;
 }

@@ -72,6 +72,7 @@ void Process::start(const QString& program, const QStringList& arguments)
     updateStatusRunning();
 }
 
+// Also without a child: see "How a child ends" in docs/odd-on-purpose.md.
 void Process::stop()
 {
     processClose();
@@ -111,6 +112,7 @@ void Process::processStandardError()
     deliverLines(child_->readAllStandardError(), "stderr", &Process::updateStandardError);
 }
 
+// See "A line in two reads" in docs/odd-on-purpose.md.
 void Process::deliverLines(const QByteArray& bytes, const char* stream, LineHook hook)
 {
     const QPointer<Process> self(this);

@@ -52,6 +52,7 @@ void Wiper::updateStandardOutput(const QString& line)
     if (line.startsWith(kProgressPrefix)) {
         updateProgress(line.mid(kProgressPrefix.size()).toInt());
     } else if (line.startsWith(kErrorPrefix)) {
+        // See "error: does not stop the helper" in docs/odd-on-purpose.md.
         setStatus(Error);
         updateStatusError(line.mid(kErrorPrefix.size()));
     }
@@ -59,7 +60,7 @@ void Wiper::updateStandardOutput(const QString& line)
 
 void Wiper::updateProgress(int percent)
 {
-    // The log says "updateProcess", on purpose.
+    // Not the function's name: see "updateProcess" in docs/odd-on-purpose.md.
     dbg_ostream(DBG_MODULE, __LINE__)
         << ": id: " << id() << ": updateProcess: " << percent << Qt::endl;
 }

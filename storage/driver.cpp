@@ -42,6 +42,7 @@ bool may_create(const fs::path& path)
     return !real.empty() && !real.starts_with("/dev/");
 }
 
+// See "Opening for writing creates a file" in docs/odd-on-purpose.md.
 int open_flags(Driver::Mode mode, const std::string& path)
 {
     const int creation = may_create(path) ? O_CREAT : 0;

@@ -69,6 +69,7 @@ std::optional<Drive> drive_from_properties(const QVariantMap& properties)
 }
 
 // FAT is named by its variant ("FAT32"), which tells more than "VFAT".
+// See "What a partition is called" in docs/odd-on-purpose.md.
 std::string partition_comment(const QVariantMap& properties, const std::string& type)
 {
     std::string comment = text_property(properties, "IdLabel");
@@ -126,9 +127,9 @@ void sort_by_device(std::vector<Device>& devices)
               [](const Device& a, const Device& b) { return a.device() < b.device(); });
 }
 
-// A partition belongs to every drive whose device path its own path begins with. That
-// /dev/sda also gets /dev/sdaa1 is intended. In a sorted list the partitions of one
-// drive stand together.
+// A partition belongs to every drive whose device path its own path begins with, so /dev/sda
+// also gets /dev/sdaa1. See "Partitions by prefix" in docs/odd-on-purpose.md.
+// In a sorted list the partitions of one drive stand together.
 void attach_partitions(std::vector<Drive>& drives, std::vector<Drive::Partition> partitions)
 {
     sort_by_device(partitions);
@@ -164,6 +165,7 @@ std::vector<Drive> get_drives()
     }
     attach_partitions(drives, std::move(partitions));
     sort_by_device(drives);
+    // See "Entries of several lines" in docs/odd-on-purpose.md.
     dbg_ostream(DBG_MODULE, __LINE__) << ": " << drives.size() << " drives found" << Qt::endl;
     return drives;
 }

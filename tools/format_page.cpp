@@ -44,6 +44,7 @@ FormatPage::FormatPage(QWidget* parent) : QWizardPage(parent), driveLabel_(new Q
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(driveLabel_);
     layout->addWidget(horizontal_line(this));
+    // See "Wordings that look wrong" in docs/odd-on-purpose.md.
     layout->addWidget(new QLabel(
         tr("Click [Format Drive] button to format all drive as a bootable FAT32 partition\n"
            "with %1 logo screen. Later this partition can be used as a file storage.")
@@ -71,6 +72,7 @@ void FormatPage::format()
     const Drive drive = selected_drive(wizard());
     const DriveCheck check = check_drive(drive);
     QString error = check.refusal;
+    // See "A picture that says erased" in docs/odd-on-purpose.md.
     const QString imagePath =
         error.isEmpty() ? create_postwipe_image_file(drive, false, &error) : QString();
     if (imagePath.isEmpty()) {
@@ -126,6 +128,7 @@ void FormatPage::processStandardError()
 
 void FormatPage::processFinished(int exitCode, QProcess::ExitStatus exitStatus)
 {
+    // See "Lines of the jobs" in docs/odd-on-purpose.md.
     dbg_ostream(DBG_MODULE, __LINE__)
         << ": finish: exitCode: " << exitCode << "; exitStatus: " << int(exitStatus) << Qt::endl;
     processClear();

@@ -21,7 +21,8 @@ inline constexpr unsigned long long kMaxSectorSize = 1U << 20U;
                                             unsigned long long lastLba);
 
 /// The wipe's progress value: the absolute sector in percent of the sectors to wipe. With a
-/// later start it runs ahead and beyond 99, where the progress bar stays; this is intended.
+/// later start it runs ahead and beyond 99, where the progress bar stays.
+/// See "Progress by absolute sector" in docs/odd-on-purpose.md.
 [[nodiscard]] int wipe_progress(unsigned long long lba, unsigned long long totalSectors);
 
 /// A number field's value as a sector number.

@@ -13,6 +13,7 @@ namespace {
 
 constexpr QSize kMinimumListSize(320, 200);
 
+// See "Wordings that look wrong" in docs/odd-on-purpose.md.
 QString drive_text(const Drive& drive)
 {
     return SelectDrivePage::tr("Device: %1\nModel Number: %2\nSerial Number: %3\n"

@@ -48,6 +48,7 @@ void Viewer::openDrive()
 
 void Viewer::showSector(unsigned long long lba)
 {
+    // See "Slider and number" in docs/odd-on-purpose.md.
     if (lba == currentLba_) {
         return;
     }

@@ -69,6 +69,7 @@ void WipeWidget::setDrive(const Drive& drive)
 void WipeWidget::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
+    // See "The pattern comes back" in docs/odd-on-purpose.md.
     ui->pattern->setText(QLatin1String(kDefaultPattern));
     ui->pattern->setFocus(Qt::OtherFocusReason);
     ui->wipe->setDefault(true);

@@ -14,5 +14,6 @@ Wizard::Wizard(QWidget* parent) : QWizard(parent)
     addPage(new WipeDrivePage(this));
     addPage(new FormatPage(this));
     addPage(new FinishPage(this));
+    // See "No Cancel in the wizard" in docs/odd-on-purpose.md.
     setOptions(QWizard::NoBackButtonOnStartPage | QWizard::NoCancelButton);
 }

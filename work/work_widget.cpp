@@ -224,6 +224,7 @@ void WorkWidget::eraseStart()
     state_ = Erasing;
     showStopButton();
     showInformation("green", tr("Erasing drives..."));
+    // See "Emulation read once" in docs/odd-on-purpose.md.
     const bool emulate = mainWindow_ != nullptr && mainWindow_->emulateErasing();
     for (const auto& worker : workers_) {
         // Each start waits for its child. One that was not reached when the user stops is left out.
@@ -259,6 +260,7 @@ void WorkWidget::checkWorkers()
                     [](const auto& worker) { return has_work(*worker); })) {
         return;
     }
+    // See "Complete. is no promise" in docs/odd-on-purpose.md.
     state_ = Idle;
     hideButtons();
     showInformation("blue", tr("Complete."));
@@ -368,6 +370,7 @@ QProgressBar* WorkWidget::addRow(const Drive& drive)
     auto* bar = new QProgressBar;
     ui->drivesTreeWidget->setItemWidget(row, kBarColumn, bar);
     row->setExpanded(true);
+    // See "Rows before erasing" in docs/odd-on-purpose.md.
     bar->setFormat(QObject::tr("INIT"));
     bar->setValue(100);
     return bar;

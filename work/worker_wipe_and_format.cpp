@@ -170,7 +170,7 @@ void WorkWidget::WorkerWipeAndFormat::wipeFinished()
         startFormatter(false);
         break;
     case Process::Stopped:
-        // Formatted as well, on purpose: the picture says that it is only partially erased.
+        // Formatted as well: the picture tells whoever finds the drive that it is partly erased.
         startFormatter(true);
         break;
     default:

@@ -34,7 +34,7 @@ const char* message_label(QtMsgType kind)
         return "Critical";
     case QtFatalMsg:
         return "Fatal";
-    default:
+    default: // See "Empty brackets in the log" in docs/odd-on-purpose.md.
         return "";
     }
 }

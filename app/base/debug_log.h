@@ -46,11 +46,13 @@ requires(!std::is_convertible_v<const T&, const char*>) DbgOstream& operator<<(D
 DbgOstream& operator<<(DbgOstream& stream, QTextStreamFunction manipulator);
 
 /// Chooses the destination by debug type and routes the toolkit's own messages into the
-/// log. A file is truncated. If it cannot be opened the log of this run is lost, silently
-/// and on purpose, while dbg_type() reports "stderr". The number is not used.
+/// log. A file is truncated. If it cannot be opened the log of this run is lost, silently,
+/// while dbg_type() reports "stderr". The number is not used.
+/// See "A log file that cannot be opened" in docs/odd-on-purpose.md.
 void dbg_init(const char* type, int);
 
-/// Makes the standard error stream the destination; dbg_type() stays as it is.
+/// Makes the standard error stream the destination; dbg_type() still says what dbg_init() chose.
+/// The number is not used.
 void dbg_init_stderr(int);
 
 /// The debug type chosen by dbg_init(); "stderr" before that.

@@ -28,6 +28,7 @@ DbgWindow::DbgWindow(QWidget* parent) : QWidget(parent), ui(std::make_unique<Ui_
     ui->setupUi(this);
     ui->plainTextEdit->setFont(ui_get_monospace_font());
     showLog();
+    // No button to close: see "The debug window" in docs/odd-on-purpose.md.
     setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowMaximizeButtonHint);
     setAttribute(Qt::WA_DeleteOnClose);
     resize(640, 480);
@@ -52,7 +53,7 @@ void DbgWindow::showLog()
 
 void DbgWindow::centre()
 {
-    // Without a parent the screen's own offset is not added, as intended.
+    // Without a parent the screen's own offset is not added: the boot medium's one screen has none.
     const QRect frame =
         parentWidget() != nullptr
             ? QRect(parentWidget()->frameGeometry().topLeft(), parentWidget()->size())
@@ -64,7 +65,7 @@ void DbgWindow::on_saveButton_clicked()
 {
     const QString fileName = QFileDialog::getSaveFileName(
         this, tr("Save Debug Information"),
-        // The name is spelled so on purpose.
+        // See "Debug Infomation.txt" in docs/odd-on-purpose.md.
         QDir::homePath() + QDir::separator() + QLatin1String("Debug Infomation.txt"),
         tr("Text Files (*.txt);;All Files (*.*)"));
     if (fileName.isEmpty()) {

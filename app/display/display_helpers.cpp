@@ -108,6 +108,7 @@ bool confirm_media_overwriting(QWidget* parent, const QString& title)
 {
     const QString text = QObject::tr(
         "Data on this media will be overwritten!\n\nAre you sure you want to continue?");
+    // See "Who asks and who does not" in docs/odd-on-purpose.md.
     return message_box::ask(parent, QMessageBox::Warning, title, text, QMessageBox::NoButton);
 }
 

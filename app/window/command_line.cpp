@@ -14,8 +14,8 @@ constexpr std::string_view kLib = "lib=";
 constexpr std::string_view kDbg = "dbg=";
 constexpr std::string_view kDesktop = "desktop";
 
-// Six characters are skipped, two more than "lib=" has. It is intended:
-// "lib=xx/opt/wipe" sets "/opt/wipe".
+// Two more than "lib=" has: "lib=xx/opt/wipe" sets "/opt/wipe".
+// See "Six characters after lib=" in docs/odd-on-purpose.md.
 constexpr std::size_t kLibSkip = 6;
 
 } // namespace

@@ -11,7 +11,8 @@
 
 namespace {
 
-// The toolkit version that the program tells the application object it was written for.
+// The toolkit version that the program tells the application object it was written for. It stays
+// that of the released screens: a newer number would only promise that newer habits were seen to.
 constexpr int kToolkitVersion = 0x040806;
 
 // The first text to be measured has to wait for the list of fonts, a good part of the start: a
@@ -40,6 +41,7 @@ int main(int argc, char** argv)
     const std::future<void> fonts = read_fonts();
     const StartupOptions options = read_command_line(argc, argv);
     dbg_init(options.debugType.c_str(), 1);
+    // See "A banner without a tag" in docs/odd-on-purpose.md.
     dbg_ostream() << "*** " << theProgramConfig().name() << " ***" << Qt::endl;
     settle_library_directory();
     WindowMinder windowMinder;

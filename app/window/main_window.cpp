@@ -155,6 +155,7 @@ void MainWindow::saveScreenshot()
     }
 }
 
+// Asks nothing: see "Who asks and who does not" in docs/odd-on-purpose.md.
 void MainWindow::on_restartComputerButton_clicked()
 {
     system_reboot();

@@ -22,7 +22,7 @@ inline constexpr const char* kDefaultPattern = "VANTRELLE";
 void pattern_fill_sector(void* sector, unsigned int sectorSize, const void* pattern,
                          unsigned int patternSize);
 
-/// Fills `count` sectors that follow one another. The pattern starts anew in each, on
-/// purpose: every sector of a wiped drive holds the same bytes.
+/// Fills `count` sectors that follow one another. The pattern starts anew in each, so that every
+/// sector of a wiped drive is the same and can be checked by itself.
 void pattern_fill_sectors(void* buffer, unsigned int sectorSize, const void* pattern,
                           unsigned int patternSize, unsigned int count);

@@ -3,6 +3,7 @@
 #include "tests/support/message_boxes.h"
 #include "tests/support/script_and_log.h"
 
+#include <QFontDatabase>
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QTemporaryDir>
@@ -26,11 +27,20 @@ private slots:
         const QString log = dbg_string().sliced(0); // showing a window may log, too
         dbg_window(&parent);
         const QPointer<QWidget> window = parent.findChild<DbgWindow*>();
+        dbg_ostream("Tag", 2) << ": not shown any more" << Qt::endl;
         dbg_window(&parent);
         QCOMPARE(parent.findChildren<DbgWindow*>().size(), 1);
-        QCOMPARE(window->findChild<QPlainTextEdit*>()->toPlainText(), log);
+        const auto* view = window->findChild<QPlainTextEdit*>();
+        QCOMPARE(view->toPlainText(), log);
+        const QStringList mono = QFontDatabase::families().filter("mono", Qt::CaseInsensitive);
+        QCOMPARE(view->font().family(), mono.value(0, "monospace"));
+        QVERIFY(!window->windowFlags().testFlag(Qt::WindowCloseButtonHint));
         window->findChild<QPushButton*>("closeButton")->click();
         QTRY_VERIFY(!window);
+        dbg_init("/nonexistent/log", 1);
+        const DbgWindow lost(nullptr);
+        dbg_init("string", 1); // for the other tests
+        QCOMPARE(lost.findChild<QPlainTextEdit*>()->toPlainText(), "dbg_type: stderr");
     }
 
     void savesTheLog()
@@ -45,6 +55,7 @@ private slots:
             boxes.fileName = path;
             dbg_window(&parent);
             parent.findChild<QPushButton*>("saveButton")->click();
+            QCOMPARE(boxes.proposed, QDir::homePath() + "/Debug Infomation.txt"); // spelled so
             QCOMPARE(boxes.shown.isEmpty() ? "none" : boxes.shown.constLast(), expected);
         }
         QVERIFY(saved.open(QFile::ReadOnly) && saved.readAll().startsWith("Tag(1): caf\u00e9\n"));
@@ -52,12 +63,12 @@ private slots:
 
     void logsWhatACommandPrints()
     {
-        const QString command = write_script(home_.filePath("c"), "printf 'o\\0x'; printf e >&2");
+        const QString command = write_script(home_.filePath("c"), "printf 'o\n\\0x'; printf e >&2");
         const auto start = dbg_string().size();
         run_command(qPrintable(command));
         run_command("/nonexistent");
         QCOMPARE(log_since(start).replace(command, "CMD"),
-                 "System: CMD output: o\nSystem: CMD error: e\n"
+                 "System: CMD output: o\n\nSystem: CMD error: e\n"
                  "System: /nonexistent failed: execvp: No such file or directory\n");
     }
 

@@ -4,6 +4,8 @@
 #include <QTest>
 #include <QThread>
 
+#include <unistd.h>
+
 namespace {
 
 void log_lines()
@@ -11,9 +13,10 @@ void log_lines()
     dbg_ostream("Tag", 12) << ": " << QString("n: ") << 34 << " caf\xe9 "
                            << std::string("cut\0off", 7) << Qt::endl;
     qWarning("w");
+    qInfo("i"); // a kind without a name
 }
 
-const QString kLines = QString::fromLatin1("Tag(12): n: 34 caf\xe9 cut\n[Warning] w\n");
+const QString kLines = QString::fromLatin1("Tag(12): n: 34 caf\xe9 cut\n[Warning] w\n[] i\n");
 
 } // namespace
 
@@ -23,6 +26,7 @@ class DebugLogTest : public QObject {
 private slots:
     void goesWhereItIsSent()
     {
+        QCOMPARE(dbg_type(), "stderr"); // before anybody chooses
         dbg_init("string", 1);
         log_lines();
         QCOMPARE(dbg_string(), kLines);
@@ -32,11 +36,14 @@ private slots:
         log_lines();
         QVERIFY(file.seek(0));
         QCOMPARE(QString::fromUtf8(file.readAll()), kLines);
+        QTemporaryFile errors; // in the place of the standard error stream
+        QVERIFY(errors.open() && ::dup2(errors.handle(), STDERR_FILENO) >= 0);
         for (const char* path : {"/nonexistent/log", ""}) { // the log is lost then
             dbg_init(path, 1);
             log_lines();
             QCOMPARE(dbg_type(), "stderr");
         }
+        QCOMPARE(errors.size(), 0);
     }
 
     void takesMessagesOfOtherThreadsOneByOne()

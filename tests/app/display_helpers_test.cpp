@@ -12,6 +12,11 @@ private slots:
     {
         QCOMPARE(short_size_string(999), "999");
         QCOMPARE(short_size_string(999'999), "999KB");
+        QCOMPARE(number_with_commas_string(1'234'567), "1,234,567");
+        QCOMPARE(number_with_commas_string(-123), "-,123"); // the minus counts as a digit
+        QCOMPARE(hms_time_string(359'999), "99:59:59");
+        QCOMPARE(hms_time_string(-3725), "-1:-2:-5");
+        QCOMPARE(hms_time_string((3600LL << 32) + 59), "00:00:59"); // hours have 32 bits
         QCOMPARE(QByteArray::fromStdString(hex_dump(" ~%\x7f\n\0\xe9", 7, 4)),
                  "0000 | 20 7e 25 7f  |  ~%.\n0004 | 0a 00 e9     | ...\n");
     }

@@ -1,5 +1,6 @@
 #include "tests/support/appliance.h"
 #include "tests/support/script_and_log.h"
+#include "tools/selected_drive.h"
 
 #include <QApplication>
 #include <QFileDialog>
@@ -7,6 +8,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
+#include <QWizard>
 
 namespace {
 
@@ -38,6 +40,7 @@ private slots:
             QCOMPARE(texts, "VantrellePlus|&Restart Computer|&Shutdown Computer|"
                             "Restart &Initialization|S&top");
         }
+        QVERIFY(!QImage(":/background.png").isNull()); // for style sheets
     }
 
     void opensTheMenuByKey()
@@ -98,6 +101,32 @@ Save Screenshot|Alt+Shift+S
         log.remove(QRegularExpression("System\\(\\d+\\): /sbin/\\w+ output: "));
         QCOMPARE(log.split('\n', Qt::SkipEmptyParts),
                  QStringList({"/sbin/reboot", "/sbin/poweroff", "/sbin/poweroff", "/sbin/reboot"}));
+    }
+
+    void opensItsToolsAgainAndAgain()
+    {
+        Appliance appliance({});
+        appliance.open();
+        for (const char* tool : {"Wizard", "Mounter", "Wizard", "Mounter"}) {
+            appliance.find<QAction>(QByteArray("action") + tool)->trigger();
+        }
+        appliance.find<QDialog>("Mounter")->close(); // which hides it
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCOMPARE(appliance.window->findChildren<QDialog*>().size(), 4);
+    }
+
+    void emulatesNoManualTool()
+    {
+        Appliance appliance({});
+        appliance.open();
+        appliance.find<QAction>("actionEmulateErasing")->setChecked(true);
+        appliance.find<QAction>("actionWizard")->trigger();
+        sDrive.setDevice("/dev/none");
+        appliance.answer = [](const QString& box) {
+            return box.contains("overwritten") ? QMessageBox::Yes : QMessageBox::Ok;
+        };
+        appliance.window->findChild<QWizard*>()->page(3)->findChild<QPushButton*>()->click();
+        QCOMPARE(appliance.calls(), QStringList{"format /dev/none IMAGE"});
     }
 
     void savesAScreenshot()

@@ -13,6 +13,7 @@ class ValueTest : public QObject {
 private slots:
     void numbersKeepTheirLowBits()
     {
+        QCOMPARE(Value(Value::Number).number(), -1); // never set
         Value value;
         QCOMPARE((value["n"] = -2).number(), -2);
         QCOMPARE((value["n"] = 0xFFFFFFFFUL).number(), 0xFFFFFFFF);

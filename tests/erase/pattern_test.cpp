@@ -15,6 +15,7 @@ private slots:
                  {"V\\x00\\xff", QByteArray("V\0\xff", 3)},
                  {"ab\\x0g", ""},
                  {"ab\\", ""},
+                 {"a\",\"pattern\":\"b", "b"},         // it leaves its quotes
                  {"a\",\"pattern\":[1],\"x\":\"", ""}, // a second pattern that is no string
                  {"a\",\"x\":" + bracket, ""}}) {      // no end of lists
             QCOMPARE(QByteArray::fromStdString(pattern_from_text(text.constData())), bytes);

@@ -1,4 +1,5 @@
 #include "erase/process.h"
+#include "erase/wiper.h"
 #include "tests/support/script_and_log.h"
 
 #include <QPointer>
@@ -68,11 +69,21 @@ private slots:
     void reportsOutputAndEnd()
     {
         Job job(7);
+        job.stop(); // without a child
         job.start("/nonexistent", {});
-        QCOMPARE(job.events->takeFirst(), "error: execvp: No such file or directory 3");
+        QCOMPARE(job.events->join('|'), "stopped 2|error: execvp: No such file or directory 3");
+        job.events->clear();
         job.start(script(QTest::currentDataTag()), {});
         QTRY_VERIFY(job.status() != Process::Running);
         QTEST(job.events->join('|'), "events");
+    }
+
+    void logsProgressThatNobodyTakes()
+    {
+        Wiper wiper(3, Drive(), "A");
+        const qsizetype start = dbg_string().size();
+        wiper.updateStandardOutput("progress: 250");
+        QCOMPARE(log_since(start), "Wiper: id: 3: updateProcess: 250\n"); // the word is as released
     }
 
     void killsAChildWithoutWaiting()

@@ -73,6 +73,7 @@ def check_program(programs, directory, processes):
     assert not launched.exists()
 
     log.wait_for("begin erasing in 3 seconds", DISCOVERY_SECONDS, "the countdown")
+    assert log.text().startswith("*** VantrellePlus ***\n")
     assert time.monotonic() - start > UNTIL_THREE_SECONDS, "the ticks come too fast"
     assert state(image) == before
     check_kill(program, image)

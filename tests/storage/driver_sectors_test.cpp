@@ -56,8 +56,10 @@ private slots:
         QCOMPARE(driver.writeSectors(3, 1, bytes.data()), 0ULL);
         QVERIFY(driver.init(Driver::Write));
         QCOMPARE(driver.writeStd(~0ULL, bytes.data(), 7), 0ULL);
+        QVERIFY(driver.close() && !driver.close()); // nothing is open
         QCOMPARE(log_since(0).remove("Driver: "),
-                 "1536 512 -1 Bad file descriptor\n18446744073709551615 Invalid argument\n");
+                 "1536 512 -1 Bad file descriptor\n18446744073709551615 Invalid argument\n"
+                 "Bad file descriptor\n");
     }
 };
 

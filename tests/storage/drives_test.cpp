@@ -66,6 +66,9 @@ private slots:
                          .with("DeviceSize", 20'000'000'004'095ULL)
                          .with("DeviceBlockSize", 4096ULL)}
             << QByteArray("/dev/sda|%1<b>\n\xfc?||4882812500|4096\n");
+        QTest::newRow("a FAT of no variant keeps the slash")
+            << QList{drive, fake_partition("sda1").with("IdVersion", {})}
+            << drive_line("sda", "|/dev/sda1|1000000000|DATA / ");
         QTest::newRow("a slow answer is waited for")
             << QList{FakeDevice{"sda", drive.properties, {}, {}, 300}} << drive_line("sda");
     }
@@ -78,7 +81,7 @@ private slots:
         QTEST(described(get_drives()), "expected");
     }
 
-    void skipsOtherDevices()
+    void logsWhatItListsAndSkips()
     {
         FakeDiskService service(bus_.address());
         service.setDevices({{"gone", {}, "no %1", {}},
@@ -86,7 +89,9 @@ private slots:
                             fake_drive("sr0").with("DeviceIsOpticalDisc", true),
                             fake_drive("empty").with("DeviceSize", 0ULL),
                             fake_drive("nosector").with("DeviceBlockSize", {}),
-                            fake_partition("raw").with("IdType", {})});
+                            fake_partition("raw").with("IdType", {}),
+                            fake_drive("sda"),
+                            fake_partition("sda1")});
         static const QRegularExpression place("\\*\\*\\* devicePath: /.*/devices/(.*) \\*\\*\\*\n");
         QCOMPARE(log_of_get_drives().replace(place, "\\1: "), R"(get_drives()
 gone: GetAll failed: no %1
@@ -95,7 +100,15 @@ sr0: optical disc (skip)
 empty: invalid size (skip)
 nosector: invalid sector size (skip)
 raw: empty type (skip)
-0 drives found
+sda: device: /dev/sda
+  model: Model sda
+  serial: Serial sda
+  sectors: 976562500
+  sectorSize: 512
+sda1: partition: /dev/sda1
+  size: 1000000000
+  comment: DATA / FAT32
+1 drives found
 )");
     }
 

@@ -46,10 +46,12 @@ Appliance::Appliance(const QList<FakeDevice>& devices)
 void Appliance::openAndErase(bool emulate)
 {
     open();
-    find<QAction>("actionEmulateErasing")->setChecked(emulate);
+    auto* emulation = find<QAction>("actionEmulateErasing");
     clickStop(); // ends the discovery
     while (information().startsWith("red: ")) {
+        emulation->setChecked(emulate); // looked at when the countdown ends, and never again
         tick("countdownTimeout");
+        emulation->setChecked(!emulate);
     }
 }
 

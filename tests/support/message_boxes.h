@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QApplication>
+#include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
@@ -27,14 +28,17 @@ struct MessageBoxes : QTimer {
             seen();
             const auto yes = answers.isEmpty() ? QMessageBox::Yes : answers.takeFirst();
             box->button(box->button(yes) ? yes : QMessageBox::Ok)->click();
-        } else if (auto* edit = modal ? modal->findChild<QLineEdit*>("fileNameEdit") : nullptr) {
-            edit->setText(fileName);
-            QMetaObject::invokeMethod(modal, "accept", Qt::QueuedConnection);
+        } else if (auto* dialog = qobject_cast<QFileDialog*>(modal);
+                   dialog && dialog->selectedFiles() != QStringList{fileName}) {
+            proposed = dialog->selectedFiles().value(0);
+            dialog->findChild<QLineEdit*>("fileNameEdit")->setText(fileName);
+            QMetaObject::invokeMethod(dialog, "accept", Qt::QueuedConnection);
         }
     }
 
     QList<QMessageBox::StandardButton> answers; ///< To the coming boxes.
     QStringList shown;                          ///< "?" stands for the overwriting question.
     QString fileName;
+    QString proposed;                   ///< By the last file dialog.
     std::function<void()> seen = [] {}; ///< Called for each box before it is answered.
 };

@@ -5,6 +5,7 @@
 #include "tools/format_page.h"
 #include "tools/selected_drive.h"
 
+#include <QLabel>
 #include <QProcess>
 #include <QProgressDialog>
 #include <QTemporaryDir>
@@ -19,13 +20,19 @@ private slots:
         sDrive.setDevice("/dev/none");
         theProgramConfig().setLib(library_.path().toStdString());
         const QStringList failed{"?", "Format failed"};
-        QCOMPARE(format("echo %1; exit 3"), failed);
+        dbg_init("string", 1);
+        QCOMPARE(format("printf '%%1\\nb\\n'; exit 3"), failed);
+        QVERIFY(log_since(0).contains("Format: stdout: %1\nb\n"
+                                      "Format: finish: exitCode: 3; exitStatus: 0\n"));
         QCOMPARE(format("kill -9 $$"), failed);
         QCOMPARE(format({}), failed);
         QCOMPARE(format("cp \"$2\" ${0%/*}/$#${1##*/}"), QStringList({"?", "Format complete"}));
         const QImage image(library_.filePath("2none"));
         QCOMPARE(image, QImage(create_postwipe_image_file(sDrive, false, nullptr)));
         QVERIFY(!image.isNull());
+        QVERIFY(page_.findChildren<QLabel*>().constLast()->text().contains(
+            "format all drive as a bootable FAT32 partition\nwith VantrellePlus logo screen. Later "
+            "this partition can be used as a file storage."));
     }
 
     void endsSilentlyWhenInterrupted()

@@ -23,7 +23,7 @@ private slots:
         service.setDevices({partition.with("IdLabel", {}), FakeDevice{"sdc", {}, "gone %1", {}},
                             fake_drive("sdd"), busy});
         MessageBoxes boxes;
-        const Mounter dialog(nullptr);
+        Mounter dialog(nullptr);
         QCOMPARE(press(dialog, "umount"), "sda: DATA (vfat) - /m\u00fc &refresh &umount &browse");
         dialog.findChild<QListWidget*>()->setCurrentRow(1);
         QCOMPARE(press(dialog, "mount"), "sdb: <no label> (vfat) - /m%1 &refresh &umount &browse");
@@ -34,6 +34,11 @@ private slots:
         QCOMPARE(boxes.shown, QStringList({"umount failed", "mount failed"}));
         service.setEnumeration("no %1", {});
         QCOMPARE(press(dialog, "refresh"), "none &refresh");
+        QCOMPARE(dialog.findChild<QPushButton*>("umount")->text(), "&Umount");
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowActive(&dialog));
+        QTest::keyClick(&dialog, Qt::Key_D, Qt::AltModifier | Qt::ShiftModifier);
+        QVERIFY(dialog.findChild<QWidget*>("DbgWindow"));
     }
 
     void browsesWhereItIsMounted()

@@ -19,6 +19,8 @@ private slots:
         }
         QCOMPARE(slider_lba(499, 999, (1ULL << 40) - 1), 549'205'507'767ULL);
         QCOMPARE(whole_number(9'223'372'036'854'775'808.0), 1ULL << 63);
+        QCOMPARE(wipe_progress(500, 1000), 50);
+        QCOMPARE(wipe_progress(1500, 1000), 150); // by the absolute sector
     }
 
     void followsBothControls()
@@ -34,6 +36,9 @@ private slots:
         slider->setValue(999);
         QCOMPARE(shown(viewer), "1953525167 999 *** LBA: 1953525167 ***\ne");
         viewer.findChild<QDoubleSpinBox*>()->setValue(977'740'323);
+        QCOMPARE(shown(viewer), middle);
+        file.at(977'740'323).write("sixteen bytes: x");
+        viewer.showSector(977'740'323); // it is shown already
         QCOMPARE(shown(viewer), middle);
         QVERIFY(file.file.resize(0));
         QCOMPARE(shown(Viewer(file.drive, nullptr)), "0 0 *** LBA: 0 ***\nError: read failed");

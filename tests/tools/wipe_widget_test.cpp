@@ -113,6 +113,15 @@ private slots:
         QCOMPARE(place.number("sectors")->value(), 1000.0);
     }
 
+    void beginsWithTheUsualPatternEachTime()
+    {
+        const Workplace place(1000);
+        auto* pattern = place.widget->findChild<QLineEdit*>("pattern");
+        pattern->setText("of another drive");
+        place.widget->show();
+        QCOMPARE(pattern->text(), "VANTRELLE");
+    }
+
     void writesNothing()
     {
         Workplace place(1000);

@@ -27,12 +27,17 @@ private slots:
         Wizard wizard(nullptr);
         wizard.show();
         QVERIFY(QTest::qWaitForWindowActive(&wizard));
+        QVERIFY(!wizard.button(QWizard::CancelButton)->isVisible());
         wizard.next();
 
         service_->setDevices(
             {fake_drive("none2"), fake_drive("none1").with("DriveModel", "<b>%1")});
         wizard.currentPage()->findChildren<QPushButton*>()[0]->click(); // Refresh List
         QVERIFY(wizard.button(QWizard::NextButton)->isEnabled());
+        for (const char* text : {"&Refresh List", "&View Sectors"}) { // Tab goes downwards
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            QCOMPARE(qobject_cast<QPushButton*>(QApplication::focusWidget())->text(), text);
+        }
         auto* list = wizard.currentPage()->findChild<QListWidget*>();
         QCOMPARE(list->currentItem()->text(),
                  "Device: /dev/none1\nModel Number: <b>%1\nSerial Number: Serial none1\n"
@@ -79,21 +84,6 @@ private slots:
         QFile device(library.filePath("device"));
         QVERIFY(device.open(QIODevice::ReadOnly));
         QCOMPARE(device.readAll(), "/dev/none1\n");
-    }
-
-    void tabGoesFromTopToBottom()
-    {
-        service_->setDevices({fake_drive("none1")});
-        Wizard wizard(nullptr);
-        wizard.show();
-        QVERIFY(QTest::qWaitForWindowActive(&wizard));
-        wizard.next();
-        QStringList order;
-        for (int i = 0; i < 2; ++i) {
-            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-            order << qobject_cast<QPushButton*>(QApplication::focusWidget())->text();
-        }
-        QCOMPARE(order, QStringList({"&Refresh List", "&View Sectors"}));
     }
 
 private:

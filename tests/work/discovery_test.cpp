@@ -1,4 +1,7 @@
 #include "tests/support/appliance.h"
+#include "work/worker_disabled.h"
+
+#include <QHeaderView>
 
 // What is attached from which poll on, counted from 0.
 using Attached = QMap<int, QList<FakeDevice>>;
@@ -63,6 +66,8 @@ private slots:
         QCOMPARE(tree->topLevelItem(0)->child(0)->text(0), "1GB / DATA / EXT4");
         QCOMPARE(tree->topLevelItem(1)->text(0), "500GB / <b>%1%2");
         QCOMPARE(appliance.status(1), "INIT 100");
+        QCOMPARE(tree->header()->visualIndex(1), 0); // the bars stand at the left
+        QCOMPARE(WorkWidget::WorkerDisabled({}, nullptr).status(), Process::Done);
     }
 
     void offersRestartWithoutDrives()
