@@ -76,8 +76,12 @@ class Drive:
             wanted = states if states.count("?") <= MAX_MARKS else states.replace("?", "!")
         if self.kind in ("gone", "lie") and states.count("?") <= MAX_MARKS:
             states = states.replace("?", "w")
+        late = {s for s, state in enumerate(states) if state == "o" and wanted[s] == "w"}
+        if late and len(late) <= self.rules["cache"](0):  # what had not come to its place yet
+            wanted = "".join("o" if s in late else state for s, state in enumerate(wanted))
         if self.kind == "gone":
-            end = max((states + "o").index("o"), len(self.sectors) // 3)
+            sure = len(self.sectors) // 3 - IN_FLIGHT_SECTORS  # requests end in any order
+            end = max((states + "o").index("o"), sure)
             wanted = ("w" * end + states[end:end + IN_FLIGHT_SECTORS]).ljust(len(states), "o")
         text = ": flush: Input/output error" if self.kind == "flush" else ""
         if self.kind == "gone" or self.kind == "lie" and "o" in wanted:
