@@ -16,6 +16,7 @@ constexpr std::uint64_t kTrialsInARun = 64;
 // The speed is looked at again after so many trials' bytes.
 constexpr std::uint64_t kTrialsInAWindow = 16;
 constexpr double kClearlyFaster = 1.05;
+constexpr double kHopeless = 1.3; // times as long as the best one took
 constexpr double kClearlySlower = 0.7;
 constexpr int kSlowWindows = 2; // one can be somebody else's work
 
@@ -53,7 +54,7 @@ void Tuner::finished(std::uint64_t bytes)
     }
     bytes_ += bytes;
     if (isTrying_) {
-        isDue_ = isDue_ || bytes_ >= trialBytes_;
+        isDue_ = isDue_ || bytes_ >= trialBytes_ || isHopeless();
     } else if (bytes_ >= windowBytes_) {
         judge(measure());
         start_ = now_();
@@ -66,6 +67,13 @@ double Tuner::measure()
     start_.reset();
     const std::uint64_t bytes = std::exchange(bytes_, 0);
     return seconds > 0 ? static_cast<double>(bytes) / seconds : 0;
+}
+
+// A slow one is not tried to its end: it would cost more than it can tell.
+bool Tuner::isHopeless() const
+{
+    const double best = rates_.empty() ? 0 : *std::ranges::max_element(rates_);
+    return best * (now_() - *start_) > kHopeless * static_cast<double>(trialBytes_);
 }
 
 void Tuner::judge(double rate)

@@ -37,6 +37,7 @@ public:
 
 private:
     [[nodiscard]] double measure();
+    [[nodiscard]] bool isHopeless() const;
     void judge(double rate);
     [[nodiscard]] std::size_t fastest() const;
 

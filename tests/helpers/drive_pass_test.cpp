@@ -121,6 +121,51 @@ private slots:
         QCOMPARE(std::ranges::count(percents_, 50U), 1); // written
     }
 
+    // The speed of a made-up drive by request size and depth, in GB/s. It is told after the changes
+    // of speed that the run sees.
+    void tuner_data()
+    {
+        QTest::addColumn<std::vector<std::vector<double>>>("speeds"); // of a third of the run each
+        QTest::addColumn<std::vector<int>>("chosen");
+        using Speeds = std::vector<std::vector<double>>;
+        using Chosen = std::vector<int>;
+        QTest::newRow("alike") << Speeds{{1, 1.02, 1.03}} << Chosen{0, 0, 0};
+        QTest::newRow("many small ones") << Speeds{{1, 1.1, 1.3}} << Chosen{2, 2, 2};
+        QTest::newRow("very different") << Speeds{{1, 20, 0.01}} << Chosen{1, 1, 1};
+        QTest::newRow("another later") << Speeds{{1, 2, 1}, {0.5, 0.2, 1}} << Chosen{1, 2, 2};
+        QTest::newRow("slower later") << Speeds{{1, 2, 1}, {0.3, 0.6, 0.3}} << Chosen{1, 1, 1};
+    }
+    void tuner()
+    {
+        using Speeds = std::vector<std::vector<double>>;
+        QFETCH(Speeds, speeds);
+        QFETCH(std::vector<int>, chosen);
+        constexpr std::uint64_t kTotal = 60ULL << 30U;
+        const std::vector<Pace> paces{{1 << 20, 8}, {1 << 20, 2}, {1 << 17, 32}};
+        double seconds = 0;
+        Tuner tuner(paces, kTotal, [&] { return seconds; });
+        Pace pace = tuner.choose();
+        double best = 0; // seconds of the best paces
+        int looks = 0;   // in this third of the run
+        for (std::uint64_t done = 0; done < kTotal; done += pace.requestBytes) {
+            const std::size_t third = done / (kTotal / 3 + 1);
+            const auto& now = speeds.at(std::min(third, speeds.size() - 1));
+            const std::size_t index = std::size_t(std::ranges::find(paces, pace) - paces.begin());
+            seconds += pace.requestBytes / 1e9 / now.at(index);
+            best += pace.requestBytes / 1e9 / std::ranges::max(now);
+            tuner.finished(pace.requestBytes);
+            const bool isLate = done % (kTotal / 3) > kTotal / 4;
+            if (isLate && !tuner.isDue() && looks++ == 0) {
+                QCOMPARE(int(index), chosen.at(third));
+            }
+            looks = isLate ? looks : 0;
+            if (tuner.isDue()) {
+                pace = tuner.choose();
+            }
+        }
+        QVERIFY2(best / seconds > 0.94, qPrintable(QString::number(best / seconds)));
+    }
+
     // A part of the requests fails so often, each sector counted for itself.
     void failures_data()
     {
