@@ -49,7 +49,7 @@ std::string first_of(const fs::path& directory, std::initializer_list<const char
 
 std::optional<std::uint64_t> number_from_environment(const char* name)
 {
-    const char* const text = std::getenv(name);
+    const char* const text = std::getenv(name); // NOLINT(concurrency-mt-unsafe): one thread
     if (text == nullptr) {
         return std::nullopt;
     }

@@ -95,7 +95,7 @@ std::string find_drive_user(dev_t number, const std::string& root)
 {
     std::vector<std::string> numbers{number_text(number)};
     for (const fs::path& directory : device_directories(number, root)) {
-        if (const std::string holder = holder_of(directory); !holder.empty()) {
+        if (std::string holder = holder_of(directory); !holder.empty()) {
             return holder;
         }
         if (const std::string part = first_line(directory / "dev"); !part.empty()) {
