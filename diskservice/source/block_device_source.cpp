@@ -151,6 +151,17 @@ DriveFindings no_findings(const ProbeRequest& request)
 // By the names of drives.
 using PartitionsByDrive = std::map<std::string, std::vector<const KernelDevice*>>;
 
+PartitionsByDrive partitions_by_drive(const std::vector<KernelDevice>& all)
+{
+    PartitionsByDrive partitions;
+    for (const KernelDevice& device : all) {
+        if (device.isPartition()) {
+            partitions[device.folder.parent_path().filename()].push_back(&device);
+        }
+    }
+    return partitions;
+}
+
 MediumSigns signs_of_udev(const KernelDevice& drive, const PartitionsByDrive& partitions)
 {
     const auto contentOf = [](const KernelDevice& device) {
@@ -252,21 +263,33 @@ void BlockDeviceSource::addDrive(std::vector<DeviceRecord>& devices, const Probe
     add_devices(devices, request, findings ? *findings : no_findings(request));
 }
 
+// Every device that is a drive, whatever it is used for.
+std::vector<KernelDevice> BlockDeviceSource::wholeDrives(const std::vector<KernelDevice>& all)
+{
+    std::vector<KernelDevice> drives;
+    for (const KernelDevice& device : all) {
+        if (device.isPartition()) {
+            continue;
+        }
+        std::string reason = reason_for_no_drive(device);
+        if (reason.empty()) {
+            reason = reason_for_no_node(root_, record_of(device));
+        }
+        if (reason.empty()) {
+            drives.push_back(device);
+        } else {
+            leaveOut(device.deviceFile(), reason);
+        }
+    }
+    return drives;
+}
+
 // Every drive that may be opened.
 std::vector<ProbeRequest> BlockDeviceSource::listDrives(BootMedium& medium)
 {
     const std::vector<KernelDevice> all = kernel_devices(root_);
-    std::vector<KernelDevice> drives;
-    PartitionsByDrive partitions;
-    for (const KernelDevice& device : all) {
-        if (device.isPartition()) {
-            partitions[device.folder.parent_path().filename()].push_back(&device);
-        } else if (const std::string reason = reason_for_no_drive(device); !reason.empty()) {
-            leaveOut(device.deviceFile(), reason);
-        } else {
-            drives.push_back(device);
-        }
-    }
+    const std::vector<KernelDevice> drives = wholeDrives(all);
+    PartitionsByDrive partitions = partitions_by_drive(all);
     const auto names = first_names(drives);
     const auto ofSystem = by_first_names(system_drives(root_), names);
     std::vector<ProbeRequest> requests;
@@ -278,8 +301,6 @@ std::vector<ProbeRequest> BlockDeviceSource::listDrives(BootMedium& medium)
             reason = found->second;
         } else if (first != drive.name()) {
             reason = "the same drive as /dev/" + first + ", over another way";
-        } else if (reason.empty()) {
-            reason = reason_for_no_node(root_, request.drive);
         }
         if (reason.empty()) {
             requests.push_back(std::move(request));

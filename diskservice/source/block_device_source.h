@@ -3,6 +3,7 @@
 #include "diskservice/source/boot_medium.h"
 #include "diskservice/source/device_record.h"
 #include "diskservice/source/drive_prober.h"
+#include "diskservice/source/kernel_devices.h"
 #include "diskservice/source/notices.h"
 
 #include <string>
@@ -23,6 +24,7 @@ public:
 
 private:
     std::vector<DeviceRecord> lookAtAll();
+    std::vector<KernelDevice> wholeDrives(const std::vector<KernelDevice>& all);
     std::vector<ProbeRequest> listDrives(BootMedium& medium);
     void addDrive(std::vector<DeviceRecord>& devices, const ProbeRequest& request,
                   const DriveFindings* findings);

@@ -11,7 +11,8 @@
 #include <cstring>
 #include <fstream>
 #include <initializer_list>
-#include <iterator>
+#include <sstream>
+#include <string>
 
 namespace {
 
@@ -24,7 +25,9 @@ constexpr std::size_t kPageHeaderBytes = 4;
 std::string printable(const fs::path& file)
 {
     std::ifstream stream(file, std::ios::binary);
-    std::string text(std::istreambuf_iterator<char>(stream), {});
+    std::ostringstream content;
+    content << stream.rdbuf(); // An iterator would throw when the drive has no such page (ENXIO).
+    std::string text = content.str();
     if (file.filename() == "vpd_pg80") {
         text.erase(0, kPageHeaderBytes);
     }

@@ -181,6 +181,9 @@ private slots:
 
         row("a regular file under a drive's name", drive("x/sda") + "chmod -t dev/sda", "",
             "/dev/sda: left out: the file under its name is no block device");
+        row("a regular file under one of a drive's two names",
+            "device " + kSas + "sda" + kTwin + "; chmod -t dev/sda; device " + kSas + "sdb" + kTwin,
+            "sdb", "/dev/sda: left out: the file under its name is no block device");
         if (canMakeNodes()) {
             row("another device under a drive's name",
                 drive("x/sda") + "rm dev/sda; mknod dev/sda b 7 200", "",

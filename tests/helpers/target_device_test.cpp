@@ -54,6 +54,14 @@ private slots:
         QCOMPARE(QByteArray::fromStdString(model_and_serial(partition)), expected);
     }
 
+    // A USB drive without the page answers ENXIO; this file answers EIO.
+    void identityThatCannotBeRead()
+    {
+        QVERIFY(write("sys/dev/block/8:16/device/model", "Stick"));
+        QVERIFY(QFile::link("/proc/self/mem", device_ + "/device/vpd_pg80"));
+        QCOMPARE(model_and_serial(device_.toStdString()), std::string("Stick"));
+    }
+
     void user_data()
     {
         QTest::addColumn<QString>("file");
