@@ -33,6 +33,7 @@ URING = [f"--ioengine=io_uring --fixedbufs --registerfiles --bs={block} --iodept
 DD_WRITE = "dd status=none if=/dev/zero of={path} iflag=count_bytes conv=notrunc"
 DD_READ = "dd status=none if={path} of=/dev/null"
 DD_DIRECT = "dd bs=128k oflag=direct"
+DRIVER_BACK = "driver, reading back"
 # Those that go through the page cache are slow and get a part.
 OTHERS = {
     "write": {"dd bs=1M conv=fsync": DD_WRITE + ",fsync bs=1M count={part}",
@@ -42,18 +43,25 @@ OTHERS = {
              "dd bs=128k iflag=direct": DD_READ + " bs=128k iflag=direct"},
 }
 # The processor time is that of all threads, the kernel's own for io_uring included.
-Run = collections.namedtuple("Run", "seconds processor mib output")
+Run = collections.namedtuple("Run", "seconds processor mib output stamps")
 
 
-def run(command):
+def run(command, **environment):
+    """Runs it; the stamps are the times at which its lines came."""
     with tempfile.NamedTemporaryFile("r") as peak:
         # Started from here its peak would be at least this interpreter's: exec keeps that.
         timed = ["time", "--quiet", "--format=%M", f"--output={peak.name}", *map(str, command)]
         start, before = time.monotonic(), resource.getrusage(resource.RUSAGE_CHILDREN)
-        output = subprocess.run(timed, stdout=subprocess.PIPE, text=True, check=True).stdout
+        with subprocess.Popen(timed, stdout=subprocess.PIPE, text=True,
+                              env={**os.environ, **environment}) as process:
+            lines = [(line, time.monotonic()) for line in process.stdout]
+        if process.returncode != 0:
+            raise subprocess.CalledProcessError(process.returncode, timed)
+        output = "".join(line for line, _ in lines)
+        stamps = {line.strip(): stamp for line, stamp in lines}
         seconds, after = time.monotonic() - start, resource.getrusage(resource.RUSAGE_CHILDREN)
         processor = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
-        return Run(seconds, processor, int(peak.read()) / 1024, output)
+        return Run(seconds, processor, int(peak.read()) / 1024, output, stamps)
 
 
 def run_fio(engine, mode, paths):
@@ -67,7 +75,7 @@ def run_fio(engine, mode, paths):
     job = json.loads(done.output)["jobs"][0]
     own = job["job_runtime"] / 1000 * (job["usr_cpu"] + job["sys_cpu"]) / 100  # less its workers
     processor = max(done.processor - start.processor, own)
-    return Run(job[mode]["runtime"] / 1000, processor, done.mib, "")
+    return Run(job[mode]["runtime"] / 1000, processor, done.mib, "", {})
 
 
 def medians(runs):
@@ -95,14 +103,22 @@ def publish(section, title, rows):
     document.write_text(before + begin + text + end + rest.partition(end)[2])
 
 
-def run_driver(program, mode, path, size):
+def run_driver(program, mode, path, size, part=(0, 99), verify="spot"):
+    """The seconds are those of a part of its work, first and last percent, as if it were all."""
     done = run([program, f"device={path}", f"mode={mode}", f"pattern={PATTERN}",
-                "sectorsPerTime=256"])
+                "sectorsPerTime=256"], VANTRELLE_VERIFY=verify)
     with open(path, "rb") as file:
         for offset in (0, size // 1024 * 512, size - 512) if mode == "write" else ():
             if os.pread(file.fileno(), 512, offset) != (PATTERN * 64).encode():
                 raise RuntimeError(f"the driver did not write the sector at {offset}")
-    return done
+    first, last = part
+    seconds = done.stamps[f"progress: {last}"] - done.stamps[f"progress: {first}"]
+    return done._replace(seconds=seconds / (last - first) * (50 if verify == "full" else 100))
+
+
+def run_driver_back(program, path, size):
+    """The seconds in which it reads back and compares all that it has written."""
+    return run_driver(program, "write", path, size, (50, 99), "full")
 
 
 def driver_rows(middle, best, limits):
@@ -130,7 +146,9 @@ def compare_driver(arguments):
                for choices in (PSYNC, URING)]
     fio = {re.sub("--(fixedbufs|registerfiles) |--", "", f"fio {engine}"):
            functools.partial(run_fio, engine, mode, [path]) for engine in engines}
-    programs = {"driver": functools.partial(run_driver, arguments.driver, mode, path, size), **fio,
+    back = {DRIVER_BACK: functools.partial(run_driver_back, arguments.driver, path, size)}
+    programs = {"driver": functools.partial(run_driver, arguments.driver, mode, path, size),
+                **(back if mode == "read" else {}), **fio,
                 **{name: functools.partial(run, command) for name, command in others.items()}}
     runs = [[program()[:3] for program in programs.values()] for _ in range(arguments.runs)]
     middle = {}

@@ -7,14 +7,17 @@ namespace {
 
 constexpr std::uint64_t kMiB = 1U << 20U;
 
-// Long enough that what is on its way at the start and the end (8 MiB) does not decide, and
-// short beside the run.
-constexpr std::uint64_t kMinTrialBytes = 16 * kMiB;
-constexpr std::uint64_t kMaxTrialBytes = 32 * kMiB;
-constexpr std::uint64_t kTrialsInARun = 64;
+// Long enough that what is on its way at the start and the end (8 MiB) does not decide.
+constexpr std::uint64_t kTrialBytes = 16 * kMiB;
 
-// The speed is looked at again after so many trials' bytes.
-constexpr std::uint64_t kTrialsInAWindow = 16;
+// Each pace is tried twice, as somebody else's work can disturb one.
+constexpr std::size_t kRounds = 2;
+
+// A shorter run would spend too much of itself on trials.
+constexpr std::uint64_t kMinTunedBytes = 1024 * kMiB;
+
+// The speed is looked at again after so many bytes.
+constexpr std::uint64_t kWindowBytes = 256 * kMiB;
 constexpr double kClearlyFaster = 1.05;
 constexpr double kHopeless = 1.3; // times as long as the best one took
 constexpr double kClearlySlower = 0.7;
@@ -24,10 +27,8 @@ constexpr int kSlowWindows = 2; // one can be somebody else's work
 
 Tuner::Tuner(std::vector<Pace> paces, std::uint64_t totalBytes, Clock now)
     : paces_(std::move(paces)), now_(std::move(now)),
-      trialBytes_(std::clamp(totalBytes / kTrialsInARun, kMinTrialBytes, kMaxTrialBytes)),
-      windowBytes_(trialBytes_ * kTrialsInAWindow)
+      isTrying_(paces_.size() > 1 && totalBytes >= kMinTunedBytes)
 {
-    isTrying_ = paces_.size() > 1 && totalBytes >= kMinTrialBytes * kTrialsInAWindow;
 }
 
 Pace Tuner::choose()
@@ -35,15 +36,14 @@ Pace Tuner::choose()
     const double rate = measure();
     if (isDue_ && isTrying_) {
         rates_.push_back(rate);
-        isTrying_ = rates_.size() < paces_.size();
+        isTrying_ = rates_.size() < kRounds * paces_.size();
         usualRate_.reset();
     } else if (isDue_) {
         rates_.clear();
         isTrying_ = true;
     }
     isDue_ = false;
-    chosen_ = isTrying_ ? rates_.size() : fastest();
-    return paces_[chosen_];
+    return paces_[isTrying_ ? rates_.size() % paces_.size() : fastest()];
 }
 
 void Tuner::finished(std::uint64_t bytes)
@@ -54,8 +54,8 @@ void Tuner::finished(std::uint64_t bytes)
     }
     bytes_ += bytes;
     if (isTrying_) {
-        isDue_ = isDue_ || bytes_ >= trialBytes_ || isHopeless();
-    } else if (bytes_ >= windowBytes_) {
+        isDue_ = isDue_ || bytes_ >= kTrialBytes || isHopeless();
+    } else if (bytes_ >= kWindowBytes) {
         judge(measure());
         start_ = now_();
     }
@@ -73,7 +73,7 @@ double Tuner::measure()
 bool Tuner::isHopeless() const
 {
     const double best = rates_.empty() ? 0 : *std::ranges::max_element(rates_);
-    return best * (now_() - *start_) > kHopeless * static_cast<double>(trialBytes_);
+    return best * (now_() - *start_) > kHopeless * static_cast<double>(kTrialBytes);
 }
 
 void Tuner::judge(double rate)
@@ -89,10 +89,12 @@ void Tuner::judge(double rate)
 
 std::size_t Tuner::fastest() const
 {
-    if (rates_.size() < paces_.size()) {
-        return 0;
+    std::vector<double> best(paces_.size());
+    for (std::size_t trial = 0; trial < rates_.size(); ++trial) {
+        double& rate = best[trial % best.size()];
+        rate = std::max(rate, rates_[trial]);
     }
-    const auto best = std::ranges::max_element(rates_);
-    const bool isClear = *best > rates_.front() * kClearlyFaster;
-    return isClear ? static_cast<std::size_t>(best - rates_.begin()) : 0;
+    const auto fastest = std::ranges::max_element(best);
+    const bool isClear = *fastest > best.front() * kClearlyFaster;
+    return isClear ? static_cast<std::size_t>(fastest - best.begin()) : 0;
 }

@@ -43,12 +43,9 @@ private:
 
     std::vector<Pace> paces_;
     Clock now_;
-    std::uint64_t trialBytes_;
-    std::uint64_t windowBytes_;
-    std::vector<double> rates_; ///< Of those tried so far, in bytes a second.
-    bool isTrying_ = false;
+    bool isTrying_;
+    std::vector<double> rates_; ///< Of the trials so far, in bytes a second; in rounds.
     bool isDue_ = false;
-    std::size_t chosen_ = 0;
 
     // Since the last measure(): the first request only starts the clock.
     std::optional<double> start_;
