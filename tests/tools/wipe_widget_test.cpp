@@ -205,7 +205,7 @@ private slots:
             QApplication::activeModalWidget()->findChild<QPushButton*>()->click();
         });
         place.wipe("a");
-        QVERIFY(sinceClick.elapsed() < 100);
+        QVERIFY(sinceClick.elapsed() < 500); // the flush goes on for longer
         QCOMPARE(place.boxes.shown, QStringList{"?"});
         QTRY_COMPARE(theFlush.calls, 1);
         theFlush.takesMs = 0;
