@@ -18,14 +18,6 @@ QString described(const QMessageBox& box)
 
 } // namespace
 
-ApplianceTest::ApplianceTest()
-{
-    dbg_init(DBG_TYPE_STRING, 1);
-    if (!bus_.startAsSystemBus()) {
-        qFatal("no message bus");
-    }
-}
-
 Appliance::Appliance(const QList<FakeDevice>& devices)
     : service(qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS"))
 {

@@ -2,8 +2,7 @@
 
 #include "app/window/main_window.h"
 #include "app/window/window_minder.h"
-#include "tests/support/fake_disk_service.h"
-#include "tests/support/private_bus.h"
+#include "tests/support/bus_test.h"
 
 #include <QAction>
 #include <QLabel>
@@ -14,15 +13,6 @@
 #include <QTreeWidget>
 
 #include <functional>
-
-/// A test with appliances, with the bus that they share.
-class ApplianceTest : public QObject {
-protected:
-    ApplianceTest();
-
-private:
-    PrivateBus bus_;
-};
 
 /// The main window over a fake disk service and over helper programs that are shell scripts,
 /// without its clock's help: a test calls the ticks itself and so needs no seconds.

@@ -6,7 +6,7 @@
 // What is attached from which poll on, counted from 0.
 using Attached = QMap<int, QList<FakeDevice>>;
 
-class DiscoveryTest : public ApplianceTest {
+class DiscoveryTest : public BusTest {
     Q_OBJECT
 
 private slots:

@@ -42,7 +42,7 @@ struct PictureTexts : QObject {
 
 } // namespace
 
-class EraseTest : public ApplianceTest {
+class EraseTest : public BusTest {
     Q_OBJECT
 
 private slots:
