@@ -1,9 +1,7 @@
 // How long listing the drives takes beside the bus calls that it cannot do without, on a fake
 // disk service in the same process.
-#include "app/base/debug_log.h"
 #include "storage/drives.h"
-#include "tests/support/fake_disk_service.h"
-#include "tests/support/private_bus.h"
+#include "tests/support/bus_test.h"
 
 #include <QDBusMessage>
 
@@ -44,17 +42,10 @@ bool call_bus(const QDBusConnection& bus, const QList<FakeDevice>& list)
 
 } // namespace
 
-class BenchGetDrives : public QObject {
+class BenchGetDrives : public BusTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        dbg_init(DBG_TYPE_STRING, 1);
-        QVERIFY(privateBus_.startAsSystemBus());
-        service_ = std::make_unique<FakeDiskService>(privateBus_.address());
-    }
-
     void lists_data()
     {
         QTest::addColumn<unsigned>("driveCount");
@@ -70,8 +61,8 @@ private slots:
         QFETCH(unsigned, driveCount);
         QFETCH(bool, isBare);
         const QList<FakeDevice> list = devices(driveCount);
-        service_->setDevices(list);
-        const auto bus = QDBusConnection::connectToBus(privateBus_.address(), "bare");
+        service_.setDevices(list);
+        const auto bus = QDBusConnection::connectToBus(bus_.address(), "bare");
         QBENCHMARK
         {
             QVERIFY(isBare ? call_bus(bus, list) : get_drives().size() == driveCount);
@@ -79,8 +70,7 @@ private slots:
     }
 
 private:
-    PrivateBus privateBus_;
-    std::unique_ptr<FakeDiskService> service_;
+    FakeDiskService service_{bus_.address()};
 };
 
 QTEST_GUILESS_MAIN(BenchGetDrives)

@@ -19,7 +19,7 @@ void press_keys(QWidget* window, Qt::Key key)
 
 } // namespace
 
-class MainWindowTest : public ApplianceTest {
+class MainWindowTest : public BusTest {
     Q_OBJECT
 
 private slots:

@@ -1,14 +1,15 @@
-"""Boots a formatted image and looks at the screen.
+"""boot_test FORMAT DIRECTORY: boots a formatted image and looks at the screen.
 
-An image file that was filled with a pattern is formatted and booted in an emulator by BIOS, by
-64-bit UEFI and by 32-bit UEFI, each time beside a second drive that shows another picture. The
-screen has to become the picture; a key has to restart the machine. The last screens are kept in
-DIRECTORY. The first failure ends it, with exit code 1. Needs neither root nor KVM.
+An image file that was filled with a pattern is formatted by the program FORMAT and booted in an
+emulator by BIOS, by 64-bit UEFI and by 32-bit UEFI, each time beside a second drive that shows
+another picture. The screen has to become the picture; a key has to restart the machine. The last
+screens are kept in DIRECTORY. The first failure ends it, with exit code 1. Needs neither root nor
+KVM.
 """
-import argparse
 import pathlib
 import re
 import subprocess
+import sys
 import tempfile
 import time
 
@@ -47,13 +48,9 @@ def boot(firmware, drives, picture, directory, device='ide-hd,bus=sata.{}'):
         options += ['-device', f'{device.format(index)},drive=d{index}{first}']
     with emulator.Machine(options, firmware, memory_mib=256) as machine:
         kept = pathlib.Path(directory) / f'{pathlib.Path(picture).stem}-{firmware}.ppm'
-        difference = 1.0
-        while difference > ALLOWED_RMSE:
-            if machine.seconds() > DEADLINE_S:
-                raise RuntimeError(f'the picture did not appear, see {kept}')
-            time.sleep(0.5)
-            difference = rmse(machine, picture, kept)
-        print(f'  {firmware}: RMSE {difference:.4f} in {machine.seconds():.0f} s, {kept}')
+        machine.wait_for_screen(lambda _: rmse(machine, picture, kept) <= ALLOWED_RMSE, DEADLINE_S,
+                                f'the picture, see {kept}')
+        print(f'  {firmware}: the picture is there after {machine.seconds():.0f} s, {kept}')
         time.sleep(3)  # what goes on without a key does so at once
         if rmse(machine, picture, kept) > ALLOWED_RMSE:
             raise RuntimeError(f'the picture did not stay, see {kept}')
@@ -63,11 +60,7 @@ def boot(firmware, drives, picture, directory, device='ide-hd,bus=sata.{}'):
 
 
 def main():
-    parser = argparse.ArgumentParser(prog='boot-test', description=__doc__,
-                                     formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument('format', metavar='FORMAT', help='the built `format` program')
-    parser.add_argument('directory', metavar='DIRECTORY', help='for the screens')
-    arguments = parser.parse_args()
+    format_program, directory = sys.argv[1:]
     with tempfile.TemporaryDirectory() as folder:
         pictures = [folder + '/other.png', folder + '/picture.png']
         make_picture(pictures[0], '#a06030-#fff0f0')
@@ -75,9 +68,9 @@ def main():
         drives = [picture + '.drive' for picture in pictures]
         for drive, picture in zip(drives, pictures):
             pathlib.Path(drive).write_bytes(b'VANTRELLE' * (96 * 2**20 // 9))
-            subprocess.run([arguments.format, drive, picture], check=True)
+            subprocess.run([format_program, drive, picture], check=True)
         for firmware in emulator.FIRMWARES:
-            boot(firmware, drives, pictures[1], arguments.directory)
+            boot(firmware, drives, pictures[1], directory)
             print(f'{firmware}: passed', flush=True)
 
 

@@ -1,12 +1,12 @@
-"""The built program on a screen and a bus of its own: it is seen although the disk service hangs,
-starts no bus for the session, touches no drive during the countdown, and leaves no driver behind
-when it is killed."""
+"""program_test.py PROGRAMS: the built program, of that folder, on a screen and a bus of its own: it
+is seen although the disk service hangs, starts no bus for the session, touches no drive during the
+countdown, and leaves no driver behind when it is killed."""
 
-import argparse
 import os
 import pathlib
 import signal
 import subprocess
+import sys
 import tempfile
 import time
 
@@ -80,13 +80,5 @@ def check_program(programs, directory, processes):
     assert "finished: " not in log.text()
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("programs", type=pathlib.Path, help="the folder of the built program")
-    arguments = parser.parse_args()
-    with tempfile.TemporaryDirectory() as name, Processes() as processes:
-        check_program(arguments.programs, pathlib.Path(name), processes)
-
-
-if __name__ == "__main__":
-    main()
+with tempfile.TemporaryDirectory() as name, Processes() as processes:
+    check_program(pathlib.Path(sys.argv[1]), pathlib.Path(name), processes)

@@ -1,7 +1,6 @@
 #include "storage/disk_service.h"
 #include "storage/drives.h"
-#include "tests/support/fake_disk_service.h"
-#include "tests/support/private_bus.h"
+#include "tests/support/bus_test.h"
 #include "tests/support/script_and_log.h"
 
 #include <sstream>
@@ -38,16 +37,10 @@ QByteArray drive_line(const char* name, const QByteArray& partitions = {})
 
 } // namespace
 
-class DrivesTest : public QObject {
+class DrivesTest : public BusTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        dbg_init(DBG_TYPE_STRING, 1);
-        QVERIFY(bus_.startAsSystemBus());
-    }
-
     void listsDrives_data()
     {
         QTest::addColumn<QList<FakeDevice>>("devices");
@@ -149,9 +142,6 @@ sda1: partition: /dev/sda1
         service.setEnumeration({}, {});
         QCOMPARE(described(get_drives()), drive_line("sda"));
     }
-
-private:
-    PrivateBus bus_;
 };
 
 QTEST_GUILESS_MAIN(DrivesTest)

@@ -1,23 +1,14 @@
 #include "storage/file_system.h"
-#include "tests/support/fake_disk_service.h"
-#include "tests/support/private_bus.h"
+#include "tests/support/bus_test.h"
 #include "tests/support/script_and_log.h"
 
-class FileSystemTest : public QObject {
+class FileSystemTest : public BusTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        dbg_init(DBG_TYPE_STRING, 1);
-        QVERIFY(bus_.startAsSystemBus());
-        service_ = std::make_unique<FakeDiskService>(bus_.address());
-        partition_.mountPath = "/media/DATA";
-    }
-
     void listsFileSystemsOnly()
     {
-        service_->setDevices(
+        service_.setDevices(
             {partition_.with("DeviceMountPaths", QStringList{"/m\u00fc", "/mnt"}),
              {"gone", {}, "no %1", {}},
              fake_drive("raid").with("IdUsage", "raid"),
@@ -51,7 +42,8 @@ device: whole
 
     void mountsAndUnmounts()
     {
-        service_->setDevices({partition_});
+        partition_.mountPath = "/media/DATA";
+        service_.setDevices({partition_});
         FileSystem fileSystem = get_filesystems().front();
         QVERIFY(fileSystem.mount());
         QCOMPARE(fileSystem.mountPath(), "/media/DATA");
@@ -64,13 +56,13 @@ device: whole
         FakeDevice busy = partition_.with("DeviceMountPaths", QStringList{"/mnt"});
         busy.mountPath.clear();
         busy.mountError = "busy %1";
-        service_->setDevices({busy});
+        service_.setDevices({busy});
         FileSystem fileSystem = get_filesystems().front();
         const qsizetype start = dbg_string().size();
         QVERIFY(!fileSystem.mount() && !fileSystem.umount());
         QCOMPARE(fileSystem.mountPath(), "/mnt");
         busy.mountError.clear(); // and mounts it nowhere
-        service_->setDevices({busy});
+        service_.setDevices({busy});
         QVERIFY(!fileSystem.mount());
         QCOMPARE(fileSystem.mountPath(), "/mnt");
         QCOMPARE(log_since(start), "FileSystems: busy %1\nFileSystems: busy %1\n"
@@ -78,8 +70,7 @@ device: whole
     }
 
 private:
-    PrivateBus bus_;
-    std::unique_ptr<FakeDiskService> service_;
+    FakeDiskService service_{bus_.address()};
     FakeDevice partition_ = fake_partition("sdb1").with("IdUsage", "filesystem");
 };
 

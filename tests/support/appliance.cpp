@@ -18,14 +18,6 @@ QString described(const QMessageBox& box)
 
 } // namespace
 
-ApplianceTest::ApplianceTest()
-{
-    dbg_init(DBG_TYPE_STRING, 1);
-    if (!bus_.startAsSystemBus()) {
-        qFatal("no message bus");
-    }
-}
-
 Appliance::Appliance(const QList<FakeDevice>& devices)
     : service(qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS"))
 {
@@ -55,6 +47,12 @@ void Appliance::openAndErase(bool emulate)
     }
 }
 
+void Appliance::eraseWith(const QByteArray& driver)
+{
+    setHelper("driver", driver);
+    openAndErase();
+}
+
 QString Appliance::information() const
 {
     const auto* label = find<QLabel>("informationLabel");
@@ -68,6 +66,15 @@ QProgressBar* Appliance::bar(int row) const
 {
     const auto* tree = find<QTreeWidget>("drivesTreeWidget");
     return qobject_cast<QProgressBar*>(tree->itemWidget(tree->topLevelItem(row), 1));
+}
+
+QString Appliance::statuses() const
+{
+    QStringList all;
+    for (int row = 0; row < find<QTreeWidget>("drivesTreeWidget")->topLevelItemCount(); ++row) {
+        all << bar(row)->format() + ' ' + QString::number(bar(row)->value());
+    }
+    return all.join(" | ");
 }
 
 void Appliance::setHelper(const QString& name, const QByteArray& shellText)

@@ -2,8 +2,7 @@
 
 #include "app/window/main_window.h"
 #include "app/window/window_minder.h"
-#include "tests/support/fake_disk_service.h"
-#include "tests/support/private_bus.h"
+#include "tests/support/bus_test.h"
 
 #include <QAction>
 #include <QLabel>
@@ -14,15 +13,6 @@
 #include <QTreeWidget>
 
 #include <functional>
-
-/// A test with appliances, with the bus that they share.
-class ApplianceTest : public QObject {
-protected:
-    ApplianceTest();
-
-private:
-    PrivateBus bus_;
-};
 
 /// The main window over a fake disk service and over helper programs that are shell scripts,
 /// without its clock's help: a test calls the ticks itself and so needs no seconds.
@@ -36,6 +26,8 @@ public:
     void open(bool desktop = false) { window = std::make_unique<MainWindow>(nullptr, desktop); }
     /// Opens the window and goes on to the moment when all helpers have been started.
     void openAndErase(bool emulate = false);
+    /// The same with a `driver` of this shell text.
+    void eraseWith(const QByteArray& driver);
     /// Calls one of the work screen's slots.
     void tick(const char* slot) { QMetaObject::invokeMethod(find<QWidget>("WorkWidget"), slot); }
     void clickStop() const { find<QPushButton>("stopButton")->click(); }
@@ -48,11 +40,8 @@ public:
     /// The information line and what is offered: "colour: text", then "[stop]" or "[restart]".
     [[nodiscard]] QString information() const;
     [[nodiscard]] QProgressBar* bar(int row) const;
-    /// A row's bar as "format value".
-    [[nodiscard]] QString status(int row) const
-    {
-        return bar(row)->format() + ' ' + QString::number(bar(row)->value());
-    }
+    /// The rows' bars, each as "format value", with " | " between them.
+    [[nodiscard]] QString statuses() const;
 
     /// Makes a helper of this shell text, which may use `wait_for_go`; none of a null text.
     void setHelper(const QString& name, const QByteArray& shellText);

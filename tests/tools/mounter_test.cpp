@@ -1,17 +1,14 @@
-#include "tests/support/fake_disk_service.h"
+#include "tests/support/bus_test.h"
 #include "tests/support/message_boxes.h"
-#include "tests/support/private_bus.h"
 #include "tools/mounter.h"
 
 #include <QFileDialog>
 #include <QListWidget>
 
-class MounterTest : public QObject {
+class MounterTest : public BusTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { QVERIFY(bus_.startAsSystemBus()); }
-
     void listsMountsAndUnmounts()
     {
         FakeDiskService service(bus_.address());
@@ -74,8 +71,6 @@ private:
         }
         return text;
     }
-
-    PrivateBus bus_;
 };
 
 QTEST_MAIN(MounterTest)

@@ -1,8 +1,7 @@
 #include "app/base/program_config.h"
 #include "app/display/display_helpers.h"
-#include "tests/support/fake_disk_service.h"
+#include "tests/support/bus_test.h"
 #include "tests/support/message_boxes.h"
-#include "tests/support/private_bus.h"
 #include "tests/support/script_and_log.h"
 #include "tools/selected_drive.h"
 #include "tools/viewer.h"
@@ -12,16 +11,10 @@
 #include <QListWidget>
 #include <QPushButton>
 
-class WizardTest : public QObject {
+class WizardTest : public BusTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        QVERIFY(bus_.startAsSystemBus());
-        service_ = std::make_unique<FakeDiskService>(bus_.address());
-    }
-
     void leadsToTheEnd()
     {
         Wizard wizard(nullptr);
@@ -30,8 +23,7 @@ private slots:
         QVERIFY(!wizard.button(QWizard::CancelButton)->isVisible());
         wizard.next();
 
-        service_->setDevices(
-            {fake_drive("none2"), fake_drive("none1").with("DriveModel", "<b>%1")});
+        service_.setDevices({fake_drive("none2"), fake_drive("none1").with("DriveModel", "<b>%1")});
         wizard.currentPage()->findChildren<QPushButton*>()[0]->click(); // Refresh List
         QVERIFY(wizard.button(QWizard::NextButton)->isEnabled());
         for (const char* text : {"&Refresh List", "&View Sectors"}) { // Tab goes downwards
@@ -62,7 +54,7 @@ private slots:
 
     void keepsItsOwnDrive()
     {
-        service_->setDevices({fake_drive("none1"), fake_drive("none2")});
+        service_.setDevices({fake_drive("none1"), fake_drive("none2")});
         Wizard first(nullptr);
         Wizard second(nullptr);
         for (Wizard* wizard : {&first, &second}) {
@@ -87,8 +79,7 @@ private slots:
     }
 
 private:
-    PrivateBus bus_;
-    std::unique_ptr<FakeDiskService> service_;
+    FakeDiskService service_{bus_.address()};
 };
 
 QTEST_MAIN(WizardTest)

@@ -6,7 +6,7 @@
 // What is attached from which poll on, counted from 0.
 using Attached = QMap<int, QList<FakeDevice>>;
 
-class DiscoveryTest : public ApplianceTest {
+class DiscoveryTest : public BusTest {
     Q_OBJECT
 
 private slots:
@@ -65,7 +65,7 @@ private slots:
         QCOMPARE(tree->topLevelItem(0)->text(0), "500GB / Model sda");
         QCOMPARE(tree->topLevelItem(0)->child(0)->text(0), "1GB / DATA / EXT4");
         QCOMPARE(tree->topLevelItem(1)->text(0), "500GB / <b>%1%2");
-        QCOMPARE(appliance.status(1), "INIT 100");
+        QCOMPARE(appliance.statuses(), "INIT 100 | INIT 100");
         QCOMPARE(tree->header()->visualIndex(1), 0); // the bars stand at the left
         QCOMPARE(WorkWidget::WorkerDisabled({}, nullptr).status(), Process::Done);
     }
@@ -95,7 +95,7 @@ private slots:
             QCOMPARE(appliance.information(),
                      QString("red: VantrellePlus will begin erasing in %1 second%2... [stop]")
                          .arg(QString::number(seconds), seconds == 1 ? "" : "s"));
-            QCOMPARE(appliance.status(0), "%p% 0");
+            QCOMPARE(appliance.statuses(), "%p% 0");
             QCOMPARE(appliance.calls(), QStringList());
             appliance.tick("countdownTimeout");
         }
@@ -113,7 +113,7 @@ private slots:
         QCOMPARE(appliance.information(), "blue: Stopped. [restart]");
         appliance.find<QPushButton>("restartInitializationButton")->click();
         QCOMPARE(appliance.information(), "green: Initializing [stop]");
-        QCOMPARE(appliance.status(0), "INIT 100");
+        QCOMPARE(appliance.statuses(), "INIT 100");
     }
 };
 
