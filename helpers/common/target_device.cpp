@@ -1,8 +1,8 @@
 #include "helpers/common/target_device.h"
 
-#include "helpers/common/drive_identity.h"
 #include "helpers/common/drive_user.h"
 #include "helpers/common/failure.h"
+#include "helpers/common/which_drive.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>

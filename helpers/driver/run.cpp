@@ -1,6 +1,6 @@
 #include "helpers/driver/run.h"
 
-#include "helpers/common/drive_identity.h"
+#include "helpers/common/which_drive.h"
 #include "helpers/driver/arguments.h"
 #include "helpers/driver/device_queue.h"
 #include "helpers/driver/drive_pass.h"

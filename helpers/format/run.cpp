@@ -1,8 +1,8 @@
 #include "helpers/format/run.h"
 
-#include "helpers/common/drive_identity.h"
 #include "helpers/common/failure.h"
 #include "helpers/common/target_device.h"
+#include "helpers/common/which_drive.h"
 #include "helpers/format/file_io.h"
 #include "helpers/format/medium.h"
 

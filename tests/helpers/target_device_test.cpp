@@ -1,6 +1,6 @@
-#include "helpers/common/drive_identity.h"
 #include "helpers/common/drive_user.h"
 #include "helpers/common/target_device.h"
+#include "helpers/common/which_drive.h"
 
 #include <QDir>
 #include <QFile>

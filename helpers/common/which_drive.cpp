@@ -1,4 +1,4 @@
-#include "helpers/common/drive_identity.h"
+#include "helpers/common/which_drive.h"
 
 #include "helpers/common/failure.h"
 #include "helpers/protocol/expected_drive.h"
