@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
+#include <QEvent>
 #include <QFile>
 #include <QProcess>
 #include <QThread>
@@ -44,19 +45,47 @@ void log_message(QtMsgType kind, const QString& text)
     dbg_ostream() << "[" << message_label(kind) << "] " << text << Qt::endl;
 }
 
-// The toolkit's own threads warn, too. Their messages wait for the main thread's event loop, so
-// that they do not end up in the middle of a line; only the last words of a dying program cannot.
+// A message of one of the toolkit's own threads.
+class ThreadMessage : public QEvent {
+public:
+    ThreadMessage(QtMsgType kind, const QString& text) : QEvent(User), kind_(kind), text_(text) {}
+    void log() const { log_message(kind_, text_); }
+
+private:
+    QtMsgType kind_;
+    QString text_;
+};
+
+// Lives in the main thread.
+class ThreadMessageLogger : public QObject {
+public:
+    bool event(QEvent* event) override
+    {
+        if (const auto* message = dynamic_cast<ThreadMessage*>(event)) {
+            message->log();
+            return true;
+        }
+        return QObject::event(event);
+    }
+};
+
+// Never destroyed: a thread may warn until the end.
+QObject& thread_message_logger()
+{
+    static auto* const logger = new ThreadMessageLogger;
+    return *logger;
+}
+
+// Messages of other threads wait for the main thread's event loop, so that they do not end up in
+// the middle of a line; only the last words of a dying program cannot.
 void log_toolkit_message(QtMsgType kind, const QMessageLogContext&, const QString& text)
 {
-    QCoreApplication* const application = QCoreApplication::instance();
-    const bool isOfMainThread =
-        application == nullptr || QThread::currentThread() == application->thread();
-    if (isOfMainThread || kind == QtFatalMsg) {
+    QObject& logger = thread_message_logger();
+    if (QThread::currentThread() == logger.thread() || kind == QtFatalMsg) {
         log_message(kind, text);
-        return;
+    } else {
+        QCoreApplication::postEvent(&logger, new ThreadMessage(kind, text));
     }
-    QMetaObject::invokeMethod(
-        application, [kind, text] { log_message(kind, text); }, Qt::QueuedConnection);
 }
 
 // Objects of other files may still warn while the process ends and this log is gone.
@@ -124,6 +153,7 @@ void dbg_init(const char* type, int)
 {
     debugType = QString::fromLocal8Bit(type);
     choose_destination();
+    thread_message_logger(); // made here, in the main thread
     qInstallMessageHandler(log_toolkit_message);
 }
 

@@ -81,7 +81,7 @@ std::string parse_pattern(const std::string& text)
 
 Verification verification_from_environment()
 {
-    const char* const given = std::getenv(kVerifyVariable);
+    const char* const given = std::getenv(kVerifyVariable); // NOLINT(concurrency-mt-unsafe)
     const std::string text = given == nullptr ? kTenth : given;
     if (text == kSpot) {
         return Verification::Spot;
