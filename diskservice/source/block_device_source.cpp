@@ -5,6 +5,7 @@
 #include "diskservice/source/drive_identity.h"
 #include "diskservice/source/drive_names.h"
 #include "diskservice/source/kernel_devices.h"
+#include "diskservice/source/missing_drives.h"
 #include "diskservice/source/sysfs.h"
 #include "diskservice/source/system_drives.h"
 
@@ -212,6 +213,9 @@ std::map<std::string, std::string> by_first_names(const std::map<std::string, st
 std::vector<DeviceRecord> BlockDeviceSource::operator()()
 {
     std::vector<DeviceRecord> devices;
+    for (const std::string& problem : missing_drives(root_)) {
+        notices_.add(problem);
+    }
     try {
         devices = lookAtAll();
     } catch (const std::runtime_error& failure) {
