@@ -29,6 +29,12 @@ std::string scsi_serial(const std::filesystem::path& device)
     return bytes.size() < kHeaderBytes ? "" : decode_udev_text(bytes.substr(kHeaderBytes));
 }
 
+// A virtual machine's drive has no model, and would have no name on the screen.
+std::string virtual_model(const std::string& name)
+{
+    return name.starts_with("vd") ? "Virtio drive" : "";
+}
+
 } // namespace
 
 DriveIdentity identity_of(const KernelDevice& drive)
@@ -38,8 +44,9 @@ DriveIdentity identity_of(const KernelDevice& drive)
     const std::string vendor = first_line(device / "vendor");
     identity.vendor = first_of({decode_udev_text(drive.property("ID_VENDOR_ENC")),
                                 vendor.starts_with("0x") ? "" : vendor}); // That is a chip's.
-    identity.model = first_of({decode_udev_text(drive.property("ID_MODEL_ENC")),
-                               first_line(device / "model"), first_line(device / "name")});
+    identity.model =
+        first_of({decode_udev_text(drive.property("ID_MODEL_ENC")), first_line(device / "model"),
+                  first_line(device / "name"), virtual_model(drive.name())});
     identity.serial = first_of({drive.property("ID_SERIAL_SHORT"), first_line(device / "serial"),
                                 first_line(drive.folder / "serial"), scsi_serial(device)});
     identity.revision = first_of({drive.property("ID_REVISION"), first_line(device / "rev"),

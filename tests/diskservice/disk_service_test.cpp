@@ -58,7 +58,7 @@ const QStringList kDevices{"/dev/cciss/c0d0|4608000|512||77|0||1",
                            "/dev/sdf|0|512|||0||1",
                            "/dev/sdg|6320640|512|Hangs on open||0||1",
                            "/dev/sr0|4608000|512|DVD \"q\" %2 \\xzz|S_1|0||1",
-                           "/dev/vda|4608000|4096||V1|0||0"};
+                           "/dev/vda|4608000|4096|Virtio drive|V1|0||0"};
 const QByteArray kLeftOut = "sda sdb sdc sdd sde dm-0 loop0 nbd0 mmcblk0boot0 nvme0c0n1 mtdblock0";
 
 // Takes this program and what it starts to mounts of their own, with an empty /media and a folder
